@@ -1,0 +1,85 @@
+#include "quor/steeringcommunicator.h"
+
+#include <zlib.h>
+
+namespace quor {
+
+SteeringCommunicator::SteeringCommunicator(wxSocketBase* p_pcSocket)
+    : m_cMutex(wxMUTEX_DEFAULT), m_pcClientSocket(p_pcSocket) {}
+
+SteeringCommunicator::~SteeringCommunicator() {}
+
+bool SteeringCommunicator::IsConnected() {
+  return m_pcClientSocket->IsConnected();
+}
+
+unsigned int SteeringCommunicator::SendBytes(const void* data,
+                                             unsigned long long size) {
+  wxMutexLocker l_cLock(m_cMutex);
+  CHECK_POINTER(m_pcClientSocket, return FAILURE);
+  if (!m_pcClientSocket->IsConnected()) return 2;
+
+  m_pcClientSocket->Write(data, static_cast<wxUint32>(size));
+  if (m_pcClientSocket->LastError() != wxSOCKET_NOERROR) {
+    ShowSocketError(m_pcClientSocket->LastError());
+    return 3;
+  }
+  return m_pcClientSocket->LastCount() == size ? 1 : 4;
+}
+
+unsigned int SteeringCommunicator::ReceiveBytes(void* data,
+                                                const unsigned long long& size) {
+  wxMutexLocker l_cLock(m_cMutex);
+  if (!m_pcClientSocket->IsConnected()) return 2;
+
+  m_pcClientSocket->Read(data, static_cast<wxUint32>(size));
+  if (m_pcClientSocket->LastError() != wxSOCKET_NOERROR) {
+    ShowSocketError(m_pcClientSocket->LastError());
+    return 3;
+  }
+  return m_pcClientSocket->LastCount() == size ? 1 : FAILURE;
+}
+
+void SteeringCommunicator::ShowSocketError(const int& error) {
+  static const wxChar* const s_asTexts[] = {
+      wxT("Communication error: No error happened"),
+      wxT("Communication error: Invalid operation"),
+      wxT("Communication error: Input/Output error"),
+      wxT("Communication error: Invalid address passed to wxSocket"),
+      wxT("Communication error: Invalid socket (uninitialized)"),
+      wxT("Communication error: No corresponding host"),
+      wxT("Communication error: Invalid port"),
+      wxT("Communication error: The socket is non-blocking and the operation "
+          "would block"),
+      wxT("Communication error: The timeout for this operation expired"),
+      wxT("Communication error: Memory exhausted"),
+  };
+  if (error < 0 || error > 9) return;
+  // The text is selected and dropped on purpose: socket errors reach the
+  // caller as result code 3, never as a log line.
+  wxString l_sText(s_asTexts[error]);
+  (void)l_sText;
+}
+
+void* SteeringCommunicator::Compress(const void* source,
+                                     unsigned long long& size) {
+  uLongf l_nBound = compressBound(static_cast<uLong>(size));
+  Bytef* l_pDest = NULL;
+  TRY_ALLOC(l_pDest = new Bytef[l_nBound], return NULL);
+  // compress() cannot fail with a buffer of compressBound bytes.
+  compress(l_pDest, &l_nBound, static_cast<const Bytef*>(source),
+           static_cast<uLong>(size));
+  size = l_nBound;
+  return l_pDest;
+}
+
+int SteeringCommunicator::Uncompress(const void* source, void* dest,
+                                     const unsigned long long& sourceSize,
+                                     const unsigned long long& destSize) {
+  uLongf l_nLength = static_cast<uLongf>(destSize);
+  return uncompress(static_cast<Bytef*>(dest), &l_nLength,
+                    static_cast<const Bytef*>(source),
+                    static_cast<uLong>(sourceSize));
+}
+
+}  // namespace quor

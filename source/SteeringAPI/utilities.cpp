@@ -1,0 +1,63 @@
+#include "quor/utilities.h"
+
+#include <wx/log.h>
+#include <wx/thread.h>
+
+#include <atomic>
+#include <cstring>
+
+namespace quor {
+
+namespace {
+std::atomic<ReportSink> g_pfReportSink{nullptr};
+
+bool IsOffMainThread() {
+  // Before wxWidgets knows its main thread the id is 0 and no lock is taken.
+  return wxThread::GetMainId() != 0 && !wxThread::IsMain();
+}
+}  // namespace
+
+void LOG(unsigned long p_nLevel, const wxString& p_sMessage) {
+  const bool l_bOffMain = IsOffMainThread();
+  if (l_bOffMain) wxMutexGuiEnter();
+
+  wxString l_sText;
+  switch (p_nLevel) {
+    case 1: l_sText = wxT("Error: ") + p_sMessage; break;
+    case 2: l_sText = wxT("Warning: ") + p_sMessage; break;
+    case 3: l_sText = wxT("Notice: ") + p_sMessage; break;
+    default: l_sText = p_sMessage; break;
+  }
+  // The text is the format string, with no arguments: a '%' in it is a
+  // conversion, exactly as the callers of LOG expect.
+  wxLogGeneric(static_cast<wxLogLevel>(p_nLevel), l_sText);
+
+  if (l_bOffMain) wxMutexGuiLeave();
+}
+
+void SetReportSink(ReportSink p_pfSink) { g_pfReportSink.store(p_pfSink); }
+
+void DropReport(const wxString& p_sReport) {
+  ReportSink l_pfSink = g_pfReportSink.load();
+  if (l_pfSink != nullptr) l_pfSink(p_sReport);
+}
+
+wxString ReportSourcePath(const char* p_sFile) {
+  const char* l_sFound = nullptr;
+  for (const char* l_p = std::strstr(p_sFile, "source/"); l_p != nullptr;
+       l_p = std::strstr(l_p + 1, "source/")) {
+    l_sFound = l_p;
+  }
+  if (l_sFound == nullptr) {
+    const char* l_sSlash = std::strrchr(p_sFile, '/');
+    return wxString::FromUTF8(l_sSlash ? l_sSlash + 1 : p_sFile);
+  }
+  return wxT("../") + wxString::FromUTF8(l_sFound);
+}
+
+char* NewBlock(unsigned long long p_nSize) {
+  if (p_nSize > MAX_BLOCK_SIZE) throw std::bad_alloc();
+  return new char[static_cast<size_t>(p_nSize)];
+}
+
+}  // namespace quor
