@@ -4,7 +4,20 @@
 
 #include "quor/utilities.h"
 #include "quor/coding.h"
+#include "quor/netTypes.h"
 #include "quor/steeringcommunicator.h"
 #include "quor/steeringBase.h"
+#include "quor/attribute.h"
+#include "quor/attributeVector.h"
+#include "quor/attributeStruct.h"
+#include "quor/attributeVectorAttribute.h"
+#include "quor/attributeTransitionConnection.h"
+#include "quor/steeringvector.h"
+#include "quor/modelView.h"
+#include "quor/model.h"
+#include "quor/coloredmodel.h"
+#include "quor/simulatorattribute.h"
+#include "quor/resultMatrixInfo.h"
+#include "quor/modelruntimestate.h"
 
 #endif  // QUOR_QUOR_H

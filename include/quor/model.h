@@ -1,0 +1,112 @@
+// The description of one Petri net as it travels between a simulation and
+// its steering clients: every property is a named attribute of the set, and
+// the plot views travel behind the attributes.
+#ifndef QUOR_MODEL_H
+#define QUOR_MODEL_H
+
+#include <map>
+#include <vector>
+
+#include "quor/attributeTransitionConnection.h"
+#include "quor/netTypes.h"
+#include "quor/steeringvector.h"
+
+namespace quor {
+
+class ModelView;
+
+class Model : public SteeringVector {
+ public:
+  // The transition count comes before the place count.
+  Model(wxSocketBase* p_pcSocket, const wxString& p_sModelName,
+        const unsigned long long& p_nTransitionCount,
+        const unsigned long long& p_nPlaceCount);
+  // Deletes the views; the attributes go with the set.
+  ~Model() override;
+
+  // Whole-model transfer. SendModel: the 4-byte model type, the attribute
+  // list, then the views. ReceiveModel does not read the model type (the
+  // caller has read it to choose the class to build).
+  virtual unsigned int SendModel();
+  virtual unsigned int ReceiveModel();
+  // The view count, each view, the active view, then a 4-byte
+  // acknowledgement 1 from the receiver.
+  virtual unsigned int SendModelViews();
+  virtual unsigned int ReceiveModelViews();
+  virtual void SetModelName(const wxString& p_sName);
+  virtual wxString GetModelName();
+  virtual unsigned long long GetPlaceCount();
+  virtual unsigned long long GetTransitionCount();
+  // The live arc list inside "TRANSITION_CONNECTION".
+  virtual std::vector<Transitions>* GetTransitions();
+  virtual void SetTransitions(const std::vector<Transitions>& p_aTransitions);
+
+  unsigned int GetModelType();
+  unsigned int GetActiveView();
+  void SetActiveView(const unsigned int& p_nView);
+  void SetOutputStartPoint(const double& p_dValue);
+  void SetOutputEndPoint(const double& p_dValue);
+  void SetOutputSamplingSize(const double& p_dValue);
+
+  // Net structure.
+  void SetPlaceNames(const std::vector<wxString>& p_asNames);
+  void SetTransitionNames(const std::vector<wxString>& p_asNames);
+  void MapPlaceName2Positions(const std::vector<wxString>& p_asNames);
+  void MapTransitionNames2Positions(const std::vector<wxString>& p_asNames);
+  void MapNames2Positions(const std::vector<wxString>& p_asPlaceNames,
+                          const std::vector<wxString>& p_asTransitionNames);
+  void SetTransitionPreConnection(const unsigned long long& p_nTransitionPos,
+                                  const unsigned long long& p_nPlacePos,
+                                  const ConnectionType& p_eType, const double& p_dWeight);
+  void SetTransitionPreConnection(const wxString& p_sTransitionName,
+                                  const wxString& p_sPlaceName,
+                                  const ConnectionType& p_eType, const double& p_dWeight);
+  void SetTransitionPostConnection(const unsigned long long& p_nTransitionPos,
+                                   const unsigned long long& p_nPlacePos,
+                                   const double& p_dWeight);
+  void SetTransitionPostConnection(const wxString& p_sTransitionName,
+                                   const wxString& p_sPlaceName, const double& p_dWeight);
+  std::vector<unsigned long long> GetTransitionPrePlaces(unsigned long long p_nTransitionPos);
+  std::vector<unsigned long long> GetTransitionPostPlaces(unsigned long long p_nTransitionPos);
+  void SetPlaceTypes(const std::vector<PlaceType>& p_aeTypes);
+  std::vector<int>* GetPlaceType();
+  void SetTransitionTypes(const std::vector<TransType>& p_aeTypes);
+  // REQUIRES: p_nTransitionPos < the length of "TRANSITION_TYPES".
+  void SetTransitionType(const unsigned long long& p_nTransitionPos, const TransType& p_eType);
+  std::vector<int>* GetTransitionTypes();
+
+  // Markings and parameters.
+  void SetInitialMarking(const std::vector<double>& p_adMarking);
+  std::vector<double>* GetInitialMarking();
+  void SetCurrentMarking(const std::vector<double>& p_adMarking);
+  std::vector<double>* GetCurrentMarking();
+  void SetInitialParameterValues(const std::vector<double>& p_adValues);
+  void SetCurrentParameterValues(const std::vector<double>& p_adValues);
+  void ResetCurrentMarking();
+  void ResetParameterValues();
+  void SetParameterValue(const unsigned long long& p_nPosition, const double& p_dValue);
+  void SetMarkingValue(const unsigned long long& p_nPosition, const double& p_dValue);
+
+  // Views (an addition for the side that describes a net): AddModelView
+  // appends a view and takes ownership; GetModelViews is the live list.
+  void AddModelView(ModelView* p_pcView);
+  std::vector<ModelView*>* GetModelViews() { return m_apcModelViews; }
+
+  // The name maps, local to this object (they do not travel).
+  const std::map<wxString, unsigned long long>& GetPlaceName2Position() const {
+    return m_mPlaceName2Position;
+  }
+  const std::map<wxString, unsigned long long>& GetTransitionName2Position() const {
+    return m_mTransitionName2Position;
+  }
+
+ protected:
+  std::map<wxString, unsigned long long> m_mPlaceName2Position;
+  std::map<wxString, unsigned long long> m_mTransitionName2Position;
+  std::vector<ModelView*>* m_apcModelViews;
+  std::vector<Transitions>* m_pcTransitionPtr;
+};
+
+}  // namespace quor
+
+#endif  // QUOR_MODEL_H

@@ -1,0 +1,44 @@
+// What each row of a result matrix stands for: a position and a row type.
+// Sent as an 8-byte length and one packed buffer (row count, positions,
+// types).
+#ifndef QUOR_RESULTMATRIXINFO_H
+#define QUOR_RESULTMATRIXINFO_H
+
+#include "quor/attribute.h"
+#include "quor/attributeVector.h"
+#include "quor/netTypes.h"
+
+namespace quor {
+
+class SteeringBase;
+
+class ResultMatrixInfo {
+ public:
+  explicit ResultMatrixInfo(const unsigned int& p_nRowCount);
+  virtual ~ResultMatrixInfo();
+
+  // Sets the count and resets every row to position 0 and type 0.
+  void SetRowCount(const unsigned int& p_nRowCount);
+  unsigned int GetRowCount() { return m_nRowCount.GetValue(); }
+  // Ignored for a row at or past the row count.
+  void SetRowInfo(const unsigned int& p_nRow, const unsigned int& p_nPosition,
+                  const RM_ROW_TYPE& p_eType);
+  // Leaves the outputs untouched for a row at or past the row count.
+  void GetRowInfo(const unsigned int& p_nRow, unsigned int& p_nPosition, RM_ROW_TYPE& p_eType);
+
+  unsigned int SendValue(SteeringBase* p_pcCommunicator);
+  unsigned int ReceiveValue(SteeringBase* p_pcCommunicator);
+
+ protected:
+  AttributeUint m_nRowCount;
+  AttributeVectorInt m_anRowPositions;
+  AttributeVectorInt m_anRowTypes;
+
+ private:
+  ResultMatrixInfo(const ResultMatrixInfo&) = delete;
+  ResultMatrixInfo& operator=(const ResultMatrixInfo&) = delete;
+};
+
+}  // namespace quor
+
+#endif  // QUOR_RESULTMATRIXINFO_H
