@@ -1,8 +1,26 @@
 #include "quor/steeringcommunicator.h"
 
+#include <sys/socket.h>
+#include <sys/time.h>
 #include <zlib.h>
 
 namespace quor {
+
+namespace {
+// wxWidgets applies a socket's timeout while it waits on a non-blocking
+// descriptor. A socket with wxSOCKET_BLOCK waits inside the kernel instead,
+// where a silent peer would hold the caller forever; the kernel's own send
+// and receive timeouts bound that wait by the socket's timeout too.
+void BoundKernelWaits(wxSocketBase* p_pcSocket) {
+  const wxSOCKET_T l_nFd = p_pcSocket->GetSocket();
+  if (l_nFd == wxSOCKET_T(-1)) return;
+  timeval l_cTimeout;
+  l_cTimeout.tv_sec = p_pcSocket->GetTimeout();
+  l_cTimeout.tv_usec = 0;
+  setsockopt(l_nFd, SOL_SOCKET, SO_RCVTIMEO, &l_cTimeout, sizeof(l_cTimeout));
+  setsockopt(l_nFd, SOL_SOCKET, SO_SNDTIMEO, &l_cTimeout, sizeof(l_cTimeout));
+}
+}  // namespace
 
 SteeringCommunicator::SteeringCommunicator(wxSocketBase* p_pcSocket)
     : m_cMutex(wxMUTEX_DEFAULT), m_pcClientSocket(p_pcSocket) {}
@@ -19,6 +37,7 @@ unsigned int SteeringCommunicator::SendBytes(const void* data,
   CHECK_POINTER(m_pcClientSocket, return FAILURE);
   if (!m_pcClientSocket->IsConnected()) return 2;
 
+  BoundKernelWaits(m_pcClientSocket);
   m_pcClientSocket->Write(data, static_cast<wxUint32>(size));
   if (m_pcClientSocket->LastError() != wxSOCKET_NOERROR) {
     ShowSocketError(m_pcClientSocket->LastError());
@@ -32,6 +51,7 @@ unsigned int SteeringCommunicator::ReceiveBytes(void* data,
   wxMutexLocker l_cLock(m_cMutex);
   if (!m_pcClientSocket->IsConnected()) return 2;
 
+  BoundKernelWaits(m_pcClientSocket);
   m_pcClientSocket->Read(data, static_cast<wxUint32>(size));
   if (m_pcClientSocket->LastError() != wxSOCKET_NOERROR) {
     ShowSocketError(m_pcClientSocket->LastError());

@@ -1,5 +1,6 @@
 #include "quor/utilities.h"
 
+#include <wx/app.h>
 #include <wx/log.h>
 #include <wx/thread.h>
 
@@ -11,14 +12,20 @@ namespace quor {
 namespace {
 std::atomic<ReportSink> g_pfReportSink{nullptr};
 
-bool IsOffMainThread() {
-  // Before wxWidgets knows its main thread the id is 0 and no lock is taken.
-  return wxThread::GetMainId() != 0 && !wxThread::IsMain();
+// The GUI mutex protects a GUI log target from being entered by two threads
+// at once. Only a GUI application's main loop ever releases that mutex; in a
+// console application nothing would, so there the lock is not taken (wxLog
+// itself queues lines logged off the main thread until the main thread
+// flushes them). Before wxWidgets knows its main thread the id is 0 and no
+// lock is taken either.
+bool NeedsGuiMutex() {
+  return wxThread::GetMainId() != 0 && !wxThread::IsMain() &&
+         wxTheApp != NULL && wxTheApp->IsGUI();
 }
 }  // namespace
 
 void LOG(unsigned long p_nLevel, const wxString& p_sMessage) {
-  const bool l_bOffMain = IsOffMainThread();
+  const bool l_bOffMain = NeedsGuiMutex();
   if (l_bOffMain) wxMutexGuiEnter();
 
   wxString l_sText;
