@@ -20,7 +20,7 @@ std::atomic<ReportSink> g_pfReportSink{nullptr};
 // lock is taken either.
 bool NeedsGuiMutex() {
   return wxThread::GetMainId() != 0 && !wxThread::IsMain() &&
-         wxTheApp != NULL && wxTheApp->IsGUI();
+         wxAppConsole::GetInstance() != NULL && wxAppConsole::GetInstance()->IsGUI();
 }
 }  // namespace
 
