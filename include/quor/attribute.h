@@ -16,6 +16,9 @@
 namespace quor {
 
 class SteeringBase;
+namespace coding {
+class Reader;
+}
 
 // Type codes returned by GetAttributeType(). Code 9 belongs to no class.
 enum AttributeTypeCode : unsigned int {
@@ -69,6 +72,10 @@ class Attribute {
   virtual unsigned int GetAttributeType();
 
  protected:
+  // Reads one packed text through the reader and decodes it with
+  // UnPackString. False (and *p_sValue unchanged) when the reader refuses.
+  bool UnPackText(coding::Reader& p_cReader, wxString* p_sValue);
+
   wxString m_sValue;
   unsigned int m_nType;
   wxString m_sName;
@@ -79,7 +86,8 @@ class Attribute {
 };
 
 // The scalar classes share one implementation and differ only by value type,
-// width and type code.
+// width (the size of the value type) and type code. Their members are
+// defined in attribute.cpp and instantiated there for the six classes below.
 template <typename T, unsigned int TypeCode>
 class AttributeScalar : public Attribute {
  public:
@@ -143,7 +151,8 @@ class AttributeDouble : public AttributeScalar<double, ATTRIBUTE_DOUBLE> {
   Attribute* Clone() override;
 };
 
-// bool, 1 byte as stored, type 6. Unpacking copies the byte as it is.
+// bool, 1 byte (0 or 1), type 6. A byte other than 0 that is unpacked or
+// received reads as true.
 class AttributeBool : public AttributeScalar<bool, ATTRIBUTE_BOOL> {
  public:
   using Attribute::Clone;

@@ -71,7 +71,9 @@ class AttributeTransitionConnection : public Attribute {
 };
 
 // Pairs of unsigned 64-bit numbers, type 13. A packed count of 0 leaves the
-// list as it was.
+// list as it was. Packed, sent and received by the same rules as the numeric
+// lists (a list of 16-byte elements), with which its members are defined in
+// attributeVector.cpp.
 class AttributeVectorULong2ULong : public Attribute {
  public:
   using Attribute::Clone;
@@ -86,13 +88,14 @@ class AttributeVectorULong2ULong : public Attribute {
 
   virtual std::vector<ULong2ULong>& GetValue();
   virtual void SetValue(const std::vector<ULong2ULong>& p_aValue);
-  // REQUIRES: p_nIndex < GetValue().size().
+  // Sets pair i; an index past the end is ignored.
   virtual void SetElementValue(const unsigned long long& p_nIndex,
                                const unsigned long long& p_nFirst,
                                const unsigned long long& p_nSecond);
   virtual void AddElement(const unsigned long long& p_nFirst,
                           const unsigned long long& p_nSecond);
-  // REQUIRES: p_nIndex < GetValue().size().
+  // Reads pair i; for an index past the end the outputs are left as they
+  // are.
   virtual void GetElementValue(const unsigned long long& p_nIndex,
                                unsigned long long& p_nFirst,
                                unsigned long long& p_nSecond);

@@ -2,7 +2,12 @@
 //
 // Packed form: a 32-bit element count, then the elements. Numeric lists are
 // sent with SteeringVector::SendArray (a 64-bit count, then the elements as
-// one value); string lists with SteeringVector::SendVectorString.
+// one value); string lists with SteeringVector::SendVectorString. Lists are
+// sent (and string lists received) only through a SteeringVector: given any
+// other SteeringBase, SendValue/ReceiveValue move nothing and return FAILURE.
+//
+// Unpacking is all or nothing: when a bounded unpack refuses a read, the
+// list keeps the elements it had.
 #ifndef QUOR_ATTRIBUTEVECTOR_H
 #define QUOR_ATTRIBUTEVECTOR_H
 
@@ -12,7 +17,8 @@
 
 namespace quor {
 
-// Lists of fixed-width numbers share one implementation.
+// Lists of fixed-width numbers share one implementation (attributeVector.cpp,
+// instantiated there for the three classes below).
 template <typename T, unsigned int TypeCode>
 class AttributeVectorNumeric : public Attribute {
  public:

@@ -3,6 +3,19 @@
 //
 // Packed: a 32-bit count, then each element's packed value. Sent: a 64-bit
 // count, then each element's own frames.
+//
+// Unpacking and receiving reuse the elements the list has and clone the
+// prototype for each further element only when its value is about to be
+// read, so that a count that a peer announced costs memory only as far as
+// values for it arrive.
+//
+// A list that cannot be packed returns FAILURE from GetPackungSize,
+// PackValue and UnPackValue, as a record does: when an element is NULL, when
+// an element's own operation returns FAILURE (a record with a NULL field), or
+// when the list cannot grow to the count it read (no prototype). PackValue
+// then writes nothing; SendValue and ReceiveValue of a list with a NULL
+// element return FAILURE before anything moves. (Without its element vector
+// the list returns 0 from the three.)
 #ifndef QUOR_ATTRIBUTEVECTORATTRIBUTE_H
 #define QUOR_ATTRIBUTEVECTORATTRIBUTE_H
 
@@ -31,10 +44,12 @@ class AttributeVectorAttribute : public Attribute {
   virtual void AddElement(Attribute* p_pcElement);
   // Deletes every element.
   virtual void clear();
-  // Grows with clones of the prototype; shrinking cuts the list.
+  // Grows with clones of the prototype (stopping early when there is no
+  // prototype or a clone fails); shrinking cuts the list and deletes the
+  // elements cut off.
   virtual void resize(const unsigned int& p_nSize);
   virtual unsigned long long size();
-  // REQUIRES: p_nIndex < size().
+  // Element i, or NULL when i is past the end.
   virtual Attribute* GetElement(const unsigned long long& p_nIndex);
 
   Attribute* GetProtoType() const { return m_pcProtoType; }
@@ -45,6 +60,13 @@ class AttributeVectorAttribute : public Attribute {
  protected:
   std::vector<Attribute*>* m_pcElements;
   Attribute* m_pcProtoType;
+
+ private:
+  // True (after a null-pointer report) when an element is NULL.
+  bool HasNullElement();
+  // Element i for a value about to be read: grows the list with resize to
+  // hold it when needed. NULL when it cannot be had.
+  Attribute* ElementToFill(unsigned int p_nIndex);
 };
 
 }  // namespace quor

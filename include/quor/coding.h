@@ -15,9 +15,11 @@
 #include <wx/defs.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 namespace quor {
 namespace coding {
@@ -38,6 +40,16 @@ inline const char* GetFixed(const char* src, T* value) {
   return src + sizeof(T);
 }
 
+// A bool travels as one byte, 0 or 1. A byte that a peer wrote may hold any
+// value, and copying it into a bool as it is would make a bool that is
+// neither true nor false: any byte other than 0 reads as true.
+inline const char* GetFixed(const char* src, bool* value) {
+  unsigned char l_nByte;
+  std::memcpy(&l_nByte, src, 1);
+  *value = l_nByte != 0;
+  return src + 1;
+}
+
 // The bytes of a text by the character-count rule: exactly
 // p_sText.length() bytes, taken from the front of its multibyte form in the
 // given conversion. A multibyte form that is shorter (or a conversion that
@@ -53,6 +65,49 @@ inline std::string CharCountBytes(const wxString& p_sText,
   std::memcpy(&l_sBytes[0], l_cBuffer.data() ? l_cBuffer.data() : "",
               l_nAvailable < l_nCount ? l_nAvailable : l_nCount);
   return l_sBytes;
+}
+
+// Packed counts and texts.
+//
+// A packed count is an unsigned 32-bit number: counts of 2^32 or more are
+// cut to their low 32 bits. A packed text is its character count as a
+// packed count, then CharCountBytes of the text in the current conversion
+// (wxConvCurrent, the conversion of wxString::mbc_str()).
+
+// Bytes that PutText writes (computed in 32 bits, as every packed size is).
+inline unsigned int PackedTextSize(const wxString& p_sText) {
+  return 4u + static_cast<unsigned int>(p_sText.length());
+}
+
+// REQUIRES: dst has room for sizeof(uint32_t) bytes.
+inline char* PutCount(char* dst, unsigned long long p_nCount) {
+  return PutFixed(dst, static_cast<uint32_t>(p_nCount));
+}
+
+// REQUIRES: dst has room for PackedTextSize(p_sText) bytes.
+inline char* PutText(char* dst, const wxString& p_sText) {
+  const std::string l_sBytes = CharCountBytes(p_sText, *wxConvCurrent);
+  dst = PutCount(dst, l_sBytes.size());
+  if (!l_sBytes.empty()) std::memcpy(dst, l_sBytes.data(), l_sBytes.size());
+  return dst + l_sBytes.size();
+}
+
+// Lists of fixed-width elements: a packed count, then the elements' bytes
+// back to back. Only for elements whose bytes are their whole value (no
+// padding, no pointers, no bool).
+template <typename T>
+inline unsigned int PackedArraySize(const std::vector<T>& p_aList) {
+  return 4u + static_cast<unsigned int>(p_aList.size() * sizeof(T));
+}
+
+// REQUIRES: dst has room for PackedArraySize(p_aList) bytes.
+template <typename T>
+inline char* PutArray(char* dst, const std::vector<T>& p_aList) {
+  static_assert(std::is_trivially_copyable<T>::value && !std::is_same<T, bool>::value,
+                "raw bytes only");
+  dst = PutCount(dst, p_aList.size());
+  if (!p_aList.empty()) std::memcpy(dst, p_aList.data(), p_aList.size() * sizeof(T));
+  return dst + p_aList.size() * sizeof(T);
 }
 
 
@@ -124,6 +179,30 @@ class Reader {
     return Take(~0ull);
   }
 
+  // A packed count, refused (before the caller sizes anything by it) when
+  // the rest of the block cannot hold that many elements of at least
+  // p_nMinWidth bytes.
+  bool GetCount(unsigned int* p_nCount, unsigned long long p_nMinWidth) {
+    return Get(p_nCount) && CountFits(*p_nCount, p_nMinWidth);
+  }
+  // A packed text: *p_ppData points at its *p_nCount bytes inside the
+  // buffer (not zero-terminated).
+  bool GetText(const char** p_ppData, unsigned int* p_nCount) {
+    return Get(p_nCount) && Bytes(*p_nCount, p_ppData);
+  }
+  // p_nCount fixed-width elements (see PutArray). On success *p_aList holds
+  // exactly them; on a refused read it is unchanged.
+  template <typename T>
+  bool GetArray(unsigned int p_nCount, std::vector<T>* p_aList) {
+    static_assert(std::is_trivially_copyable<T>::value && !std::is_same<T, bool>::value,
+                  "raw bytes only");
+    const char* l_pData = NULL;
+    if (!Bytes(static_cast<unsigned long long>(p_nCount) * sizeof(T), &l_pData)) return false;
+    p_aList->resize(p_nCount);
+    if (p_nCount != 0) std::memcpy(p_aList->data(), l_pData, p_nCount * sizeof(T));
+    return true;
+  }
+
   bool Ok() const { return m_bOk; }
   const char* Position() const { return m_pPosition; }
   unsigned int Consumed() const { return static_cast<unsigned int>(m_pPosition - m_pStart); }
@@ -142,6 +221,14 @@ class Reader {
   const char* m_pPosition;
   bool m_bOk = true;
 };
+
+// True when a bounded unpack is in progress on this thread and a read has
+// been refused: a composite that unpacks its parts one after the other stops
+// at the first part that ran past the block.
+inline bool UnpackRefused() {
+  const UnpackBounds* l_pcBounds = UnpackBounds::Current();
+  return l_pcBounds != NULL && l_pcBounds->Overrun();
+}
 
 }  // namespace coding
 }  // namespace quor

@@ -19,6 +19,13 @@ namespace quor {
 
 typedef std::map<wxString, Attribute*> AttributeList;
 
+// The most rows (of a matrix) or strings (of a string list) that a receive
+// accepts from a peer. A count costs the peer eight bytes (the rows may be
+// empty, the strings too), but the receiver one bookkeeping record per
+// entry; a larger count is refused as an allocation failure before anything
+// is sized by it.
+constexpr unsigned long long MAX_RECEIVED_ROWS = 1ull << 24;
+
 class SteeringVector : public SteeringBase {
  public:
   explicit SteeringVector(wxSocketBase* p_pcSocket);
@@ -27,8 +34,9 @@ class SteeringVector : public SteeringBase {
 
   // Typed accessors, in the order of their slots. Each looks the name up
   // through the virtual GetAttribute; a missing name gives false (setters)
-  // or the fallback (getters) and leaves a NULL entry under the name. The
-  // attribute's class is the caller's contract and is not checked.
+  // or the fallback (getters) and leaves a NULL entry under the name. An
+  // attribute of another class than the accessor's is treated like a
+  // missing one: it is left untouched and the fallback is returned.
   virtual bool SetAttributeValue(const wxString& p_sName, const unsigned int& p_nValue);
   virtual unsigned int GetAttributeValueUInt(const wxString& p_sName);
   virtual bool SetAttributeValue(const wxString& p_sName, const int& p_nValue);
@@ -43,7 +51,9 @@ class SteeringVector : public SteeringBase {
   virtual bool SetAttributeValue(const wxString& p_sName, const unsigned long long& p_nValue);
   virtual unsigned long long GetAttributeValueULong(const wxString& p_sName);
   virtual bool SetAttributeValue(const wxString& p_sName, const std::vector<wxString>& p_asValue);
-  // REQUIRES: the name holds an AttributeVectorString.
+  // The live list of the AttributeVectorString under the name. Without one
+  // (a caller error): an empty scratch list of this thread, emptied on
+  // every such call.
   virtual std::vector<wxString>& GetAttributeValueVectorString(const wxString& p_sName);
   virtual bool SetAttributeValue(const wxString& p_sName, const bool& p_bValue);
   // Stores the attribute under the key, taking ownership; an attribute
@@ -52,7 +62,13 @@ class SteeringVector : public SteeringBase {
   // The attribute under the key, or NULL (leaving a NULL entry).
   virtual Attribute* GetAttribute(const wxString& p_sName);
   // The attribute-list message. 1 on success, the failing frame's code, or
-  // FAILURE.
+  // FAILURE. Entries without an attribute are skipped on both sides.
+  // SendAttributes packs the whole block before the first frame, so a set
+  // that cannot be packed (a record with a missing field) or that does not
+  // fit one frame leaves nothing half-sent. ReceiveAttributes unpacks inside
+  // the bounds of the received block and stops with FAILURE at the first
+  // attribute that would read past its end; the attributes before it keep
+  // their new values. Bytes after the last attribute are ignored.
   virtual unsigned int SendAttributes();
   virtual unsigned int ReceiveAttributes();
 
@@ -61,19 +77,35 @@ class SteeringVector : public SteeringBase {
   // The set itself, in key order.
   AttributeList* GetAttributeList() { return m_pcAttributeList; }
 
-  // Bulk transfers.
+  // Bulk transfers. Every size a peer announces is checked before anything
+  // is sized by it.
+  //
   // A 64-bit element count, then (if not 0) count * elementSize bytes as one
-  // value.
+  // value. A negative element size, or elements that cannot travel as one
+  // frame, give FAILURE before anything is sent.
   unsigned int SendArray(const void* p_pData, const unsigned long long& p_nCount,
                          const int& p_nElementSize);
-  // Total bytes (u32), count (u64), 16-bit lengths, then the bytes.
+  // Total bytes (u32), count (u64), 16-bit lengths, then the bytes. A text
+  // of 32768 characters or more cannot be told in 16 bits: the list is
+  // refused with FAILURE before anything is sent.
   unsigned int SendVectorString(const std::vector<wxString>& p_asValue);
+  // Receives the whole message before judging it: lengths that are negative
+  // or run past the received text give FAILURE with the caller's list as it
+  // was. Text left after the last string is ignored.
   unsigned int ReceiveVectorString(std::vector<wxString>& p_asValue);
-  // Rows (u64), columns (u64), then rows * columns doubles row by row.
+  // Rows (u64), columns (u64), then rows * columns doubles row by row. The
+  // columns are the first row's length: longer rows are cut to it, shorter
+  // rows padded with 0.0. Once the sizes are sent the result is 1 whatever
+  // the sends report; a matrix whose values cannot travel as one frame
+  // gives "cannot allocate memory" and FAILURE before anything is sent.
   unsigned int SendVector2D(const std::vector<std::vector<double> >& p_aadValue);
+  // More than MAX_RECEIVED_ROWS rows, or values that cannot travel as one
+  // frame, give "cannot allocate memory" and FAILURE before the caller's
+  // matrix is touched.
   unsigned int ReceiveVector2D(std::vector<std::vector<double> >& p_aadValue);
   // Builds the sub-matrix of the listed columns and then *receives* into it
   // (and discards it): the operation is kept exactly as the protocol has it.
+  // A column index outside a row gives FAILURE before anything is received.
   unsigned int SendSubVector2D(const std::vector<std::vector<double> >& p_aadValue,
                                const std::vector<long long>& p_anColumns);
 
