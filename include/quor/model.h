@@ -5,6 +5,8 @@
 #define QUOR_MODEL_H
 
 #include <map>
+#include <memory>
+#include <utility>
 #include <vector>
 
 #include "quor/attributeTransitionConnection.h"
@@ -30,7 +32,10 @@ class Model : public SteeringVector {
   virtual unsigned int SendModel();
   virtual unsigned int ReceiveModel();
   // The view count, each view, the active view, then a 4-byte
-  // acknowledgement 1 from the receiver.
+  // acknowledgement 1 from the receiver. SendModelViews counts and sends
+  // only the non-NULL views. ReceiveModelViews deletes the views held so far
+  // once the count has arrived, and stops at the first view whose read
+  // fails (that view stays in the list), returning its status.
   virtual unsigned int SendModelViews();
   virtual unsigned int ReceiveModelViews();
   virtual void SetModelName(const wxString& p_sName);
@@ -101,6 +106,40 @@ class Model : public SteeringVector {
   }
 
  protected:
+  // Creates an attribute of class T named after the key and enters it into
+  // the set; the set owns it from then on (also when entering it throws).
+  template <typename T, typename... Args>
+  T* RegisterAttribute(const wxString& p_sKey, Args&&... p_args) {
+    std::unique_ptr<T> l_pcAttribute(new T(p_sKey, std::forward<Args>(p_args)...));
+    AddAttribute(p_sKey, l_pcAttribute.get());
+    return l_pcAttribute.release();
+  }
+  // The attribute under the key if it is of class T, else NULL.
+  template <typename T>
+  T* GetTypedAttribute(const wxString& p_sKey) {
+    return dynamic_cast<T*>(GetAttribute(p_sKey));
+  }
+
+  // Adds one arc to the pre lists (p_bPre) or the post lists of a
+  // transition's record.
+  void AddArc(const unsigned long long& p_nTransitionPos, const unsigned long long& p_nPlacePos,
+              const ConnectionType& p_eType, const double& p_dWeight, bool p_bPre);
+  // A copy of one place list of a transition's record; empty when the
+  // transition is out of range.
+  std::vector<unsigned long long> CopyArcPlaces(
+      const unsigned long long& p_nTransitionPos,
+      std::vector<unsigned long long> Transitions::*p_pList);
+  // Copies the list under the first key over the list under the second.
+  void CopyValues(const wxString& p_sInitialKey, const wxString& p_sCurrentKey);
+  // Sets one entry of a list of doubles; an entry outside the list is
+  // logged and left alone.
+  void SetCurrentValue(const wxString& p_sKey, const unsigned long long& p_nPosition,
+                       const double& p_dValue);
+  // Receives one view into a new ModelView and appends it.
+  unsigned int ReceiveOneView();
+  // Deletes the views and empties the list.
+  void DeleteModelViews();
+
   std::map<wxString, unsigned long long> m_mPlaceName2Position;
   std::map<wxString, unsigned long long> m_mTransitionName2Position;
   std::vector<ModelView*>* m_apcModelViews;

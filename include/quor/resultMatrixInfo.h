@@ -35,6 +35,9 @@ class ResultMatrixInfo {
   AttributeVectorInt m_anRowTypes;
 
  private:
+  // True when the row is below the count and inside both lists.
+  bool HasRow(const unsigned int& p_nRow);
+
   ResultMatrixInfo(const ResultMatrixInfo&) = delete;
   ResultMatrixInfo& operator=(const ResultMatrixInfo&) = delete;
 };
