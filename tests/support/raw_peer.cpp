@@ -214,6 +214,9 @@ LoopbackPair::LoopbackPair(int p_nTimeoutSeconds) {
   m_pcPeer = l_cListener.Accept();
   if (!m_pcSocket->IsConnected() || !m_pcPeer)
     throw std::runtime_error("loopback connection failed");
+  // Lock-step frames would otherwise wait for delayed TCP acknowledgements.
+  int l_nOne = 1;
+  setsockopt(m_pcSocket->GetSocket(), IPPROTO_TCP, TCP_NODELAY, &l_nOne, sizeof(l_nOne));
 }
 
 LoopbackPair::~LoopbackPair() {

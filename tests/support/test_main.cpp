@@ -14,7 +14,6 @@ int main(int argc, char** argv) {
   if (!l_cInitializer.IsOk()) return 2;
   std::setlocale(LC_ALL, "C.UTF-8");
   wxSocketBase::Initialize();
-  // wxWidgets' own assertions would only print; make tests see them.
   int l_nResult = RUN_ALL_TESTS();
   wxLog::FlushActive();
   wxSocketBase::Shutdown();
