@@ -19,5 +19,12 @@
 #include "quor/simulatorattribute.h"
 #include "quor/resultMatrixInfo.h"
 #include "quor/modelruntimestate.h"
+#include "quor/steeringcontrol.h"
+#include "quor/steeringcmd.h"
+#include "quor/steeringserver.h"
+#include "quor/steeringclient.h"
+#include "quor/steeringmodelstore.h"
+#include "quor/steeringhandler.h"
+#include "quor/steeringdispatcher.h"
 
 #endif  // QUOR_QUOR_H

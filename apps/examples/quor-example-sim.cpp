@@ -1,0 +1,64 @@
+// A steerable simulation in a few lines: one model (X decays at rate k) is
+// served through the handler's store, and a client's start command fills
+// the result matrix with x(t) = x0 * exp(-k t).
+//
+//   quor-example-sim [port]      (3000 by default; stop it with Ctrl-C)
+#include <wx/app.h>
+
+#include <cmath>
+#include <memory>
+
+#include "quor/model.h"
+#include "quor/steeringdispatcher.h"
+
+class DecaySimulation : public quor::SteeringHandler {
+ public:
+  // Runs on the worker thread of the client that sent the command. The store
+  // locks itself, so there is nothing else to lock here.
+  void OnStart(unsigned int p_nConnection, const wxString& p_sName, double p_dStart, double p_dEnd,
+               double p_dSampling) override {
+    SteeringHandler::OnStart(p_nConnection, p_sName, p_dStart, p_dEnd, p_dSampling);
+    quor::SteeringModelStore& l_cStore = GetStore();
+    const int l_nModel = CurrentModel(p_nConnection);
+    const std::vector<double> l_adK = l_cStore.GetParameterValues(l_nModel);
+    const std::vector<double> l_adX0 = l_cStore.GetMarking(l_nModel);
+    if (l_adK.empty() || l_adX0.empty() || p_dSampling <= 0.0) return;
+    quor::SteeringMatrix l_aadResult(1);  // one row: the place X over time
+    for (double t = p_dStart; t <= p_dEnd; t += p_dSampling)
+      l_aadResult[0].push_back(l_adX0[0] * std::exp(-l_adK[0] * t));
+    l_cStore.SetResultMatrix(l_nModel, l_aadResult);
+  }
+};
+
+class ExampleApp : public wxAppConsole {
+ public:
+  bool OnInit() override {
+    quor::Model* l_pcModel = new quor::Model(NULL, wxT("decay"), 1, 1);
+    l_pcModel->SetPlaceNames({wxT("X")});
+    l_pcModel->SetTransitionNames({wxT("decay")});
+    l_pcModel->SetAttributeValue(wxT("PARAMETER_NAMES"), std::vector<wxString>{wxT("k")});
+    l_pcModel->SetInitialParameterValues({0.1});
+    l_pcModel->SetCurrentParameterValues({0.1});
+    l_pcModel->SetInitialMarking({100.0});
+    l_pcModel->SetCurrentMarking({100.0});
+    m_cSimulation.GetStore().AddModel(l_pcModel);
+
+    m_pcServer.reset(new quor::SteeringServer);
+    m_pcServer->SetPort(argc > 1 ? wxAtoi(argv[1]) : quor::STEERING_DEFAULT_PORT);
+    if (!m_pcServer->DoStartServer(0)) return false;
+    m_pcDispatcher.reset(new quor::SteeringDispatcher(*m_pcServer, m_cSimulation));
+    return m_pcDispatcher->Start();  // then wxWidgets runs the event loop
+  }
+  int OnExit() override {
+    m_pcDispatcher.reset();
+    if (m_pcServer && m_pcServer->GetServerSocket()) m_pcServer->GetServerSocket()->Destroy();
+    return 0;
+  }
+
+ private:
+  DecaySimulation m_cSimulation;
+  std::unique_ptr<quor::SteeringServer> m_pcServer;
+  std::unique_ptr<quor::SteeringDispatcher> m_pcDispatcher;
+};
+
+wxIMPLEMENT_APP_CONSOLE(ExampleApp);

@@ -1,0 +1,143 @@
+// What a steerable simulation shows its clients: the running models and,
+// per model, its results and state; the simulators on offer and their
+// settings; and which model each connection works on.
+//
+// The store is shared by the simulation (which feeds results) and by every
+// connection's worker thread (which serves requests from it). Every
+// operation locks the store for its own duration and works on copies: what
+// goes in is copied in, what comes out is a copy. WithModel and
+// WithRuntimeState run a caller's function under the lock instead; such a
+// function must be short and must not call back into the store.
+//
+// A model is addressed by the id that AddModel returned. Ids are not reused
+// and stay valid when other models are removed. The index that clients send
+// is the model's position among the running models (the order of
+// GetModelNames), which does shift when a model before it is removed.
+// Operations on an id that names no model do nothing and read as empty (an
+// empty matrix, 0, an empty text, a default runtime state).
+#ifndef QUOR_STEERINGMODELSTORE_H
+#define QUOR_STEERINGMODELSTORE_H
+
+#include <wx/string.h>
+#include <wx/thread.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "quor/steeringcontrol.h"
+
+namespace quor {
+
+class Model;
+class ModelRuntimeState;
+class ResultMatrixInfo;
+class SimulatorAttribute;
+
+typedef std::vector<std::vector<double> > SteeringMatrix;
+
+class SteeringModelStore {
+ public:
+  // The id of no model.
+  static constexpr int NO_MODEL = -1;
+
+  SteeringModelStore();
+  ~SteeringModelStore();
+
+  // Running models.
+  //
+  // Takes ownership of the model (allocated with new) and runs it as the
+  // last one, detached (a stored model belongs to no connection). Returns
+  // its id (NO_MODEL for NULL).
+  int AddModel(Model* p_pcModel);
+  // Removes the first running model of that name (connections working on
+  // it are left without a current model). False when there is none.
+  bool RemoveModel(const wxString& p_sName);
+  // The names of the running models, in index order.
+  std::vector<wxString> GetModelNames();
+  // The id of the model at that index, or NO_MODEL.
+  int GetModelId(int p_nIndex);
+  // A deep copy of the model (class, attributes, views; not the name maps),
+  // on no socket, owned by the caller; NULL when there is no such model.
+  Model* CopyModel(int p_nId);
+  // Runs the function on the stored model under the lock. False (and the
+  // function not called) when there is no such model.
+  bool WithModel(int p_nId, const std::function<void(Model&)>& p_fAction);
+  // Clears the socket of a model and of its views.
+  static void Detach(Model& p_cModel);
+
+  // The current model of each connection.
+  void SetCurrentModel(unsigned int p_nConnection, int p_nId);
+  // NO_MODEL before the connection chose one, or after it was removed.
+  int GetCurrentModel(unsigned int p_nConnection);
+  void ForgetConnection(unsigned int p_nConnection);
+
+  // Values kept in the model itself: the current parameter values, the
+  // current marking and the output interval (start, end, sampling).
+  std::vector<double> GetParameterValues(int p_nId);
+  std::vector<double> GetMarking(int p_nId);
+  void SetSimulationInterval(int p_nId, double p_dStart, double p_dEnd, double p_dSampling);
+  // The outputs are left as they are when there is no such model.
+  void GetSimulationInterval(int p_nId, double& p_dStart, double& p_dEnd, double& p_dSampling);
+  // The stored model's views replace those of p_cTarget (CopyViews) or are
+  // replaced by copies of p_cSource's (SetViews); the active view goes with
+  // them.
+  void CopyViews(int p_nId, Model& p_cTarget);
+  void SetViews(int p_nId, Model& p_cSource);
+
+  // Results and state that the simulation feeds.
+  void SetResultMatrix(int p_nId, const SteeringMatrix& p_aadMatrix);
+  SteeringMatrix GetResultMatrix(int p_nId);
+  void SetRateMatrix(int p_nId, const SteeringMatrix& p_aadMatrix);
+  SteeringMatrix GetRateMatrix(int p_nId);
+  void SetResultMatrixInfo(int p_nId, ResultMatrixInfo& p_cInfo);
+  void GetResultMatrixInfo(int p_nId, ResultMatrixInfo& p_cInfo);
+  // The runtime state of the model; its "SIMULATOR_STATE" is the simulator
+  // state that clients read and write on their own as well.
+  void SetRuntimeState(int p_nId, ModelRuntimeState& p_cState);
+  void GetRuntimeState(int p_nId, ModelRuntimeState& p_cState);
+  bool WithRuntimeState(int p_nId, const std::function<void(ModelRuntimeState&)>& p_fAction);
+  void SetSimulatorState(int p_nId, int p_nState);
+  int GetSimulatorState(int p_nId);
+  void SetCurrentSimulatorName(int p_nId, const wxString& p_sFirst, const wxString& p_sSecond);
+  void GetCurrentSimulatorName(int p_nId, wxString& p_sFirst, wxString& p_sSecond);
+  void SetErrorMessage(int p_nId, const wxString& p_sMessage);
+  wxString GetErrorMessage(int p_nId);
+  void SetLogMessage(int p_nId, const wxString& p_sMessage);
+  wxString GetLogMessage(int p_nId);
+
+  // The simulators on offer and the settings of each, by simulator name.
+  void SetAvailableSimulators(const std::vector<QU_SimulatorCategory>& p_aList);
+  std::vector<QU_SimulatorCategory> GetAvailableSimulators();
+  void SetSimulatorSettings(const wxString& p_sSimulator, SimulatorAttribute& p_cSettings);
+  // Replaces p_cSettings by a copy of the stored settings; false (and
+  // p_cSettings left alone) when there are none for that name.
+  bool GetSimulatorSettings(const wxString& p_sSimulator, SimulatorAttribute& p_cSettings);
+
+ private:
+  struct Entry;
+
+  // The entry of the id, or NULL. REQUIRES: m_cMutex is held.
+  Entry* Find(int p_nId);
+  // Runs the function on the entry under the lock; false without one.
+  bool WithEntry(int p_nId, const std::function<void(Entry&)>& p_fAction);
+  template <typename T>
+  void Put(int p_nId, T Entry::*p_pField, const T& p_Value);
+  template <typename T>
+  T Take(int p_nId, T Entry::*p_pField);
+
+  wxMutex m_cMutex;
+  int m_nNextId;
+  std::vector<std::unique_ptr<Entry> > m_apcModels;
+  std::map<unsigned int, int> m_mCurrentModel;
+  std::vector<QU_SimulatorCategory> m_aSimulators;
+  std::map<wxString, std::unique_ptr<SimulatorAttribute> > m_mSettings;
+
+  SteeringModelStore(const SteeringModelStore&) = delete;
+  SteeringModelStore& operator=(const SteeringModelStore&) = delete;
+};
+
+}  // namespace quor
+
+#endif  // QUOR_STEERINGMODELSTORE_H
