@@ -90,28 +90,24 @@ std::size_t Net::AddParameterTransition(const std::string& p_sId,
 
 void Net::AddInputArc(const std::string& p_sPlace, const std::string& p_sTransition,
                       double p_dWeight) {
-  Arc l_cArc;
-  l_cArc.place = FindPlace(p_sPlace);
-  l_cArc.transition = FindTransition(p_sTransition);
-  if (l_cArc.place == kNoIndex) throw std::invalid_argument("no place '" + p_sPlace + "'");
-  if (l_cArc.transition == kNoIndex)
-    throw std::invalid_argument("no transition '" + p_sTransition + "'");
-  l_cArc.id = p_sPlace + "->" + p_sTransition;
-  l_cArc.input = true;
-  l_cArc.weight = p_dWeight;
-  arcs.push_back(l_cArc);
+  AddArc(p_sPlace, p_sTransition, p_dWeight, true);
 }
 
 void Net::AddOutputArc(const std::string& p_sTransition, const std::string& p_sPlace,
                        double p_dWeight) {
+  AddArc(p_sPlace, p_sTransition, p_dWeight, false);
+}
+
+void Net::AddArc(const std::string& p_sPlace, const std::string& p_sTransition,
+                 double p_dWeight, bool p_bInput) {
   Arc l_cArc;
   l_cArc.place = FindPlace(p_sPlace);
   l_cArc.transition = FindTransition(p_sTransition);
   if (l_cArc.place == kNoIndex) throw std::invalid_argument("no place '" + p_sPlace + "'");
   if (l_cArc.transition == kNoIndex)
     throw std::invalid_argument("no transition '" + p_sTransition + "'");
-  l_cArc.id = p_sTransition + "->" + p_sPlace;
-  l_cArc.input = false;
+  l_cArc.id = p_bInput ? p_sPlace + "->" + p_sTransition : p_sTransition + "->" + p_sPlace;
+  l_cArc.input = p_bInput;
   l_cArc.weight = p_dWeight;
   arcs.push_back(l_cArc);
 }

@@ -54,26 +54,20 @@ OdeSimulator::OdeSimulator(const Net& p_rNet) : Simulator(p_rNet) {
 }
 
 std::vector<SettingInfo> OdeSimulator::Settings() const {
-  std::vector<SettingInfo> l_acSettings(3);
-  l_acSettings[0].name = "AbsoluteTolerance";
-  l_acSettings[0].caption = "Absolute tolerance";
-  l_acSettings[0].value = FormatDouble(m_dAbsTol);
-  l_acSettings[0].guiType = GUI_TYPE_DOUBLE;
-  l_acSettings[0].min = kAbsTolLimits.min;
-  l_acSettings[0].max = kAbsTolLimits.max;
-  l_acSettings[1].name = "RelativeTolerance";
-  l_acSettings[1].caption = "Relative tolerance";
-  l_acSettings[1].value = FormatDouble(m_dRelTol);
-  l_acSettings[1].guiType = GUI_TYPE_DOUBLE;
-  l_acSettings[1].min = kRelTolLimits.min;
-  l_acSettings[1].max = kRelTolLimits.max;
-  l_acSettings[2].name = "MaxStep";
-  l_acSettings[2].caption = "Maximum step size (0: no limit)";
-  l_acSettings[2].value = FormatDouble(m_dMaxStep);
-  l_acSettings[2].guiType = GUI_TYPE_DOUBLE;
-  l_acSettings[2].min = kMaxStepLimits.min;
-  l_acSettings[2].max = kMaxStepLimits.max;
-  return l_acSettings;
+  auto l_fDouble = [](const char* p_sName, const char* p_sCaption, double p_dValue,
+                      const Limits& p_cLimits) {
+    SettingInfo l_cInfo;
+    l_cInfo.name = p_sName;
+    l_cInfo.caption = p_sCaption;
+    l_cInfo.value = FormatDouble(p_dValue);
+    l_cInfo.guiType = GUI_TYPE_DOUBLE;
+    l_cInfo.min = p_cLimits.min;
+    l_cInfo.max = p_cLimits.max;
+    return l_cInfo;
+  };
+  return {l_fDouble("AbsoluteTolerance", "Absolute tolerance", m_dAbsTol, kAbsTolLimits),
+          l_fDouble("RelativeTolerance", "Relative tolerance", m_dRelTol, kRelTolLimits),
+          l_fDouble("MaxStep", "Maximum step size (0: no limit)", m_dMaxStep, kMaxStepLimits)};
 }
 
 bool OdeSimulator::ApplySetting(const std::string& p_sName, const std::string& p_sValue,

@@ -111,6 +111,9 @@ struct Net {
                    double p_dWeight = 1.0);
   void AddOutputArc(const std::string& p_sTransition, const std::string& p_sPlace,
                     double p_dWeight = 1.0);
+  // Throws std::invalid_argument for an unknown place or transition.
+  void AddArc(const std::string& p_sPlace, const std::string& p_sTransition, double p_dWeight,
+              bool p_bInput);
 
   // Empty when the net is consistent (unique ids, arcs and parameter
   // references resolved, numbers finite and not negative, usable grid);
