@@ -377,8 +377,9 @@ TEST(OdeSimulator, BuiltInSirShowsAnEpidemic) {
   EXPECT_GT(l_cResult.marking[1][l_nPeak], 200.0);
   EXPECT_GT(l_cResult.times[l_nPeak], 10.0);
   EXPECT_LT(l_cResult.times[l_nPeak], 50.0);
-  EXPECT_LT(l_cResult.marking[1].back(), 10.0);
-  EXPECT_GT(l_cResult.marking[2].back(), 800.0);
+  // By the end of its interval the epidemic is well past its peak.
+  EXPECT_LT(l_cResult.marking[1].back(), 0.5 * l_cResult.marking[1][l_nPeak]);
+  EXPECT_GT(l_cResult.marking[2].back(), 600.0);
   // The infection flux is beta * S * I.
   EXPECT_NEAR(l_cResult.rates[0][0], 0.0003 * 990.0 * 10.0, 1e-12);
 }

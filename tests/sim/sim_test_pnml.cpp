@@ -100,8 +100,8 @@ TEST(PnmlLoader, LoadsTheShippedSirNet) {
   EXPECT_TRUE(l_rNet.arcs[0].input);
   EXPECT_EQ(l_rNet.arcs[0].weight, 1.0);
   EXPECT_EQ(l_rNet.grid.start, 0.0);
-  EXPECT_EQ(l_rNet.grid.end, 100.0);
-  EXPECT_EQ(l_rNet.grid.step, 0.5);
+  EXPECT_EQ(l_rNet.grid.end, 50.0);
+  EXPECT_EQ(l_rNet.grid.step, 0.25);
 }
 
 TEST(PnmlLoader, ShippedSirNetEqualsTheBuiltInOne) {

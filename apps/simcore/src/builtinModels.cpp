@@ -21,8 +21,8 @@ Net SirNet() {
   l_cNet.AddInputArc("I", "recovery");
   l_cNet.AddOutputArc("recovery", "R");
   l_cNet.grid.start = 0.0;
-  l_cNet.grid.end = 100.0;
-  l_cNet.grid.step = 0.5;
+  l_cNet.grid.end = 50.0;
+  l_cNet.grid.step = 0.25;
   l_cNet.Validate();
   return l_cNet;
 }

@@ -1,0 +1,72 @@
+// Vocabulary shared by the parts of the simulation server: the simulator
+// state codes that clients read, the simulators on offer, text conversion
+// and logging.
+#ifndef QUOR_SIMD_SIMDCOMMON_H
+#define QUOR_SIMD_SIMDCOMMON_H
+
+#include <wx/log.h>
+#include <wx/string.h>
+
+#include <string>
+#include <vector>
+
+#include "quor/steeringcontrol.h"
+
+namespace quor {
+namespace simd {
+
+// "SIMULATOR_STATE" of a model (the runtime state and the simulator-state
+// request report the same code).
+enum SimulatorState : int {
+  STATE_IDLE = 0,      // loaded, no run yet
+  STATE_RUNNING = 1,   // a run is going on
+  STATE_PAUSED = 2,    // a run waits at an output point for a resume
+  STATE_STOPPED = 3,   // the last run was stopped before its end
+  STATE_FINISHED = 4,  // the last run produced every output point
+  STATE_FAILED = 5     // the last run could not start or could not go on
+};
+
+// "ERROR_STATE" of a model; the text goes with it (error-message request).
+enum ErrorState : int {
+  ERROR_NONE = 0,     // nothing went wrong since the last start
+  ERROR_REFUSED = 1,  // a command or a change was refused
+  ERROR_RUN = 2       // the simulation failed
+};
+
+// "idle", "running", ... ("unknown" for any other code).
+const char* StateName(int p_nState);
+
+// The simulators of the engine, each in a category of its own:
+// {"Continuous", 0, {"continuous"}}, {"Stochastic", 1, {"stochastic"}}.
+std::vector<QU_SimulatorCategory> SimulatorCategories();
+
+// Finds a simulator by its name ("continuous") or by its category's name
+// ("Continuous"), ignoring case and blanks around it. On success sets the
+// category and simulator names and returns true.
+bool ResolveSimulator(const wxString& p_sText, wxString& p_sCategory, wxString& p_sSimulator);
+
+// The simulator a model runs with until a client chooses another one.
+extern const char* const DEFAULT_SIMULATOR;
+
+// UTF-8 text of the engine and wxString of the library.
+wxString FromStd(const std::string& p_sText);
+std::string ToStd(const wxString& p_sText);
+
+// One log line through wxWidgets' log target: level 1 "Error: ",
+// 2 "Warning: ", 3 "Notice: ". Unlike the library's LOG, the text is never
+// taken as a format (file names may hold '%').
+void Log(int p_nLevel, const wxString& p_sText);
+
+// Formats log lines as "time: text": the lines of this program and of the
+// library carry their own "Error: " / "Warning: " / "Notice: " prefix, so
+// the level's prefix is added only to lines that lack one.
+class PrefixedLogFormatter : public wxLogFormatter {
+ public:
+  wxString Format(wxLogLevel p_nLevel, const wxString& p_sText,
+                  const wxLogRecordInfo& p_rInfo) const override;
+};
+
+}  // namespace simd
+}  // namespace quor
+
+#endif  // QUOR_SIMD_SIMDCOMMON_H
