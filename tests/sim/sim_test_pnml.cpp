@@ -354,16 +354,18 @@ TEST(PnmlLoader, WorksOnAWorkerThread) {
 }
 
 TEST(PnmlLoader, TheDocumentedExampleLoadsAndBehaves) {
-  // The last xml block of docs/pnml.md.
-  std::ifstream l_cIn(QUOR_DOCS_DIR "/pnml.md");
+  // The example net of the README's PNML section.
+  std::ifstream l_cIn(QUOR_README);
   ASSERT_TRUE(l_cIn.good());
   std::string l_sDoc((std::istreambuf_iterator<char>(l_cIn)), std::istreambuf_iterator<char>());
-  std::size_t l_nStart = l_sDoc.rfind("```xml\n");
+  const std::size_t l_nNet = l_sDoc.find("<net id=\"inflow-decay\"");
+  ASSERT_NE(l_nNet, std::string::npos);
+  std::size_t l_nStart = l_sDoc.rfind("```xml\n", l_nNet);
   ASSERT_NE(l_nStart, std::string::npos);
   l_nStart += 7;
   std::size_t l_nEnd = l_sDoc.find("```", l_nStart);
   ASSERT_NE(l_nEnd, std::string::npos);
-  PnmlLoadResult l_cResult = LoadPnmlText(l_sDoc.substr(l_nStart, l_nEnd - l_nStart), "pnml.md");
+  PnmlLoadResult l_cResult = LoadPnmlText(l_sDoc.substr(l_nStart, l_nEnd - l_nStart), "README.md");
   ASSERT_TRUE(l_cResult) << l_cResult.error;
   EXPECT_EQ(l_cResult.net.id, "inflow-decay");
   ASSERT_EQ(l_cResult.net.transitions.size(), 2u);

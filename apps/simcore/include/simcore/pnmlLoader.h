@@ -1,6 +1,6 @@
 // Reading place/transition nets from PNML (ISO/IEC 15909-2) files, with the
 // rate constants and parameters of this engine taken from
-// <toolspecific tool="quor" version="1"> elements (see docs/pnml.md).
+// <toolspecific tool="quor" version="1"> elements (described in the README, "Nets as PNML files").
 //
 // The loader is a pure function of the file's bytes: it keeps no state, so a
 // bad file never affects another load, and it may run on any thread without
