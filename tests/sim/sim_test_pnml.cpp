@@ -1,6 +1,7 @@
 // The PNML loader: the shipped example nets, and malformed files, each
 // rejected with a message that names the file and the problem.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
@@ -40,7 +41,8 @@ std::string SmallNet(const std::string& p_sArcs, const std::string& p_sExtra = s
 class TempFile {
  public:
   TempFile(const std::string& p_sName, const std::string& p_sText)
-      : m_sPath(::testing::TempDir() + p_sName) {
+      // The process id keeps parallel test programs out of each other's files.
+      : m_sPath(::testing::TempDir() + "sim-" + std::to_string(::getpid()) + "-" + p_sName) {
     std::ofstream l_cOut(m_sPath, std::ios::binary);
     l_cOut << p_sText;
   }
