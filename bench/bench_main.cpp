@@ -1,0 +1,28 @@
+// quor_bench: the library's requests, bulk transfers and whole-model
+// transfers over loopback, each measured in the same run as its floor.
+#include <benchmark/benchmark.h>
+#include <wx/init.h>
+#include <wx/socket.h>
+
+#include <cstdio>
+
+#include "bench_cases.h"
+
+int main(int argc, char** argv) {
+  wxInitializer l_cWx;
+  if (!l_cWx.IsOk()) {
+    std::fprintf(stderr, "cannot initialise wxWidgets\n");
+    return 1;
+  }
+  wxSocketBase::Initialize();
+
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  quor_bench::RegisterRequestBenchmarks();
+  quor_bench::RegisterBulkBenchmarks();
+  quor_bench::RegisterModelBenchmarks();
+  benchmark::RunSpecifiedBenchmarks();
+  quor_bench::ReleaseBulkBenchmarks();
+  benchmark::Shutdown();
+  return 0;
+}

@@ -1,0 +1,135 @@
+#!/usr/bin/env python3
+"""Prints the benchmark table: one row per figure of ours beside one floor.
+
+Reads the Google Benchmark JSON of quor_bench and the JSON object printed by
+quor_bench_memory. Times are the medians of the repetitions (real time).
+Benchmark names follow <group>:<case>:ours and <group>:<case>:floor-<what>.
+"""
+
+import json
+import sys
+
+
+def load_times(path):
+    """Median real time in seconds (and the counters) per benchmark name."""
+    with open(path) as f:
+        data = json.load(f)
+    scale = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
+    medians, singles = {}, {}
+    for entry in data.get("benchmarks", []):
+        name = entry.get("run_name", entry["name"]).split("/")[0]
+        if entry.get("error_occurred"):
+            singles[name] = None
+            continue
+        seconds = entry["real_time"] * scale[entry.get("time_unit", "ns")]
+        if entry.get("run_type") == "aggregate":
+            if entry.get("aggregate_name") == "median":
+                medians[name] = (seconds, entry)
+        else:
+            # Without repetitions there is one plain entry: keep the last.
+            singles[name] = (seconds, entry)
+    result = dict(singles)
+    result.update(medians)
+    return data.get("context", {}), result
+
+
+def fmt_time(seconds):
+    if seconds < 1e-3:
+        return "%.1f µs" % (seconds * 1e6)
+    if seconds < 1.0:
+        return "%.2f ms" % (seconds * 1e3)
+    return "%.2f s" % seconds
+
+
+def fmt_mb(nbytes):
+    return "%.1f MB" % (nbytes / 1e6)
+
+
+def fmt_count(n):
+    return "{:,}".format(n)
+
+
+def main(argv):
+    if len(argv) != 3:
+        sys.stderr.write("usage: format_table.py BENCH.json MEMORY.json\n")
+        return 2
+    _context, times = load_times(argv[1])
+    with open(argv[2]) as f:
+        memory = json.load(f)
+
+    rows = []
+    missing = []
+
+    def row(label, ours_name, floor_names, floor_label):
+        """One row; a floor of several names is the sum of their times."""
+        if isinstance(floor_names, str):
+            floor_names = [floor_names]
+        lost = [n for n in [ours_name] + floor_names if not times.get(n)]
+        if lost:
+            missing.extend(lost)
+            rows.append((label + " — vs " + floor_label, "failed", "failed", "—"))
+            return
+        ours = times[ours_name][0]
+        floor = sum(times[n][0] for n in floor_names)
+        rows.append((label + " — vs " + floor_label, fmt_time(ours), fmt_time(floor),
+                     "%.1f×" % (ours / floor)))
+
+    for request, frames in (("ChangeCurrentParameterValues", 3), ("CMD_Start", 5),
+                            ("ReadSimulatorState", 2)):
+        base = "request:%s:" % request
+        row("%s (%d frames)" % (request, frames), base + "ours", base + "floor-raw",
+            "raw POSIX ping-pong of the same frames")
+
+    for r, c in ((100, 1000), (1000, 1000), (1000, 10000)):
+        base = "bulk:ReadResultMatrix-%dx%d:" % (r, c)
+        label = "ReadResultMatrix %s×%s (%s)" % (fmt_count(r), fmt_count(c), fmt_mb(r * c * 8))
+        row(label, base + "ours", base + "floor-zlib", "zlib compress+uncompress")
+        row(label, base + "ours", base + "floor-raw", "raw socket transfer, uncompressed")
+        row(label, base + "ours", [base + "floor-zlib", base + "floor-raw"],
+            "sum of the two floors")
+
+    for size in (1000, 100000):
+        floors = "model:net-%d:" % size
+        pack = times.get(floors + "floor-pack")
+        packed = ""
+        if pack and "packed_bytes" in pack[1]:
+            packed = ", %s packed" % fmt_mb(pack[1]["packed_bytes"])
+        for way, what in (("upload", "Initialize(model)"), ("download", "Initialize(index)")):
+            label = "Model %s %s places+transitions%s, %s" % (way, fmt_count(size), packed, what)
+            ours = "model:%s-%d:ours" % (way, size)
+            row(label, ours, floors + "floor-pack", "pack+unpack in memory")
+            row(label, ours, floors + "floor-zlib", "zlib compress+uncompress")
+            row(label, ours, [floors + "floor-pack", floors + "floor-zlib"],
+                "sum of the two floors")
+
+    matrix = memory["matrix_bytes"]
+    label = "Peak memory receiving %s×%s" % (fmt_count(memory["rows"]),
+                                            fmt_count(memory["columns"]))
+    if memory.get("complete"):
+        for key, what in (("heap_peak_bytes", "peak live heap"),
+                          ("resident_peak_growth_bytes", "peak RSS growth")):
+            rows.append(("%s: %s — vs the matrix itself" % (label, what),
+                         fmt_mb(memory[key]), fmt_mb(matrix), "%.1f×" % (memory[key] / matrix)))
+    else:
+        missing.append("memory")
+        rows.append((label + " — vs the matrix itself", "failed", fmt_mb(matrix), "—"))
+
+    header = ("case", "ours", "floor", "ratio")
+    widths = [max(len(r[i]) for r in rows + [header]) for i in range(4)]
+    def line(cells):
+        return "| " + " | ".join(
+            cells[i].ljust(widths[i]) if i == 0 else cells[i].rjust(widths[i])
+            for i in range(4)) + " |"
+    print(line(header))
+    print("|" + "|".join("-" * (w + 2) if i == 0 else "-" * (w + 1) + ":"
+                         for i, w in enumerate(widths)) + "|")
+    for r in rows:
+        print(line(r))
+    if missing:
+        sys.stderr.write("missing or failed: %s\n" % ", ".join(missing))
+        return 1
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv))
