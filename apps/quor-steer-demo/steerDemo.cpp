@@ -1,7 +1,6 @@
 #include "steerDemo.h"
 
 #include <wx/cmdline.h>
-#include <wx/msgout.h>
 
 #include <algorithm>
 #include <chrono>
@@ -51,19 +50,6 @@ std::string CsvField(const std::string& p_sText) {
   }
   return l_sQuoted + "\"";
 }
-
-// wxCmdLineParser prints its errors through wxWidgets' message output;
-// they are collected here for the caller's message instead.
-class CollectingOutput : public wxMessageOutput {
- public:
-  CollectingOutput() : m_pcPrevious(wxMessageOutput::Set(this)) {}
-  ~CollectingOutput() override { wxMessageOutput::Set(m_pcPrevious); }
-  void Output(const wxString& p_sText) override { m_sText += p_sText; }
-  wxString m_sText;
-
- private:
-  wxMessageOutput* m_pcPrevious;
-};
 
 class Demo {
  public:
@@ -427,22 +413,12 @@ ParseOutcome ParseDemoOptions(int p_nArgc, wxChar** p_apArgv, DemoOptions& p_rOp
                       wxT("the parameter's new value is its value divided by this (default 3)"),
                       wxCMD_LINE_VAL_DOUBLE);
 
-  int l_nResult = 0;
-  wxString l_sErrors;
-  {
-    CollectingOutput l_cOutput;
-    l_nResult = l_cParser.Parse(false);
-    l_sErrors = l_cOutput.m_sText;
-  }
-  if (l_nResult == -1) {
-    p_rsMessage = l_cParser.GetUsageString();
-    return ParseOutcome::HELP;
-  }
+  const ParseOutcome l_eOutcome = simd::ParseCommandLine(l_cParser, p_rsMessage);
+  if (l_eOutcome != ParseOutcome::RUN) return l_eOutcome;
   auto l_fError = [&](const wxString& p_sText) {
     p_rsMessage = p_sText + l_cParser.GetUsageString();
     return ParseOutcome::ERROR;
   };
-  if (l_nResult != 0) return l_fError(l_sErrors);
 
   DemoOptions l_cOptions;
   wxString l_sText;

@@ -15,6 +15,8 @@
 #include <ostream>
 #include <string>
 
+#include "simd/simdOptions.h"
+
 namespace quor {
 namespace demo {
 
@@ -30,7 +32,7 @@ struct DemoOptions {
   int timeout = 10;                 // socket timeout in seconds
 };
 
-enum class ParseOutcome { RUN, HELP, ERROR };
+using ParseOutcome = simd::ParseOutcome;
 
 // Reads the command line (--host, --port, --csv, --model, --speed,
 // --steer-at, --parameter, --divide-by, --help). p_rsMessage: the usage

@@ -25,6 +25,25 @@ class CollectingOutput : public wxMessageOutput {
 
 }  // namespace
 
+ParseOutcome ParseCommandLine(wxCmdLineParser& p_rParser, wxString& p_rsMessage) {
+  int l_nResult = 0;
+  wxString l_sErrors;
+  {
+    CollectingOutput l_cOutput;
+    l_nResult = p_rParser.Parse(false);
+    l_sErrors = l_cOutput.m_sText;
+  }
+  if (l_nResult == -1) {
+    p_rsMessage = p_rParser.GetUsageString();
+    return ParseOutcome::HELP;
+  }
+  if (l_nResult != 0) {
+    p_rsMessage = l_sErrors + p_rParser.GetUsageString();
+    return ParseOutcome::ERROR;
+  }
+  return ParseOutcome::RUN;
+}
+
 ParseOutcome ParseSimdOptions(int p_nArgc, wxChar** p_apArgv, SimdOptions& p_rOptions,
                               wxString& p_rsMessage) {
   p_rsMessage.clear();
@@ -42,21 +61,8 @@ ParseOutcome ParseSimdOptions(int p_nArgc, wxChar** p_apArgv, SimdOptions& p_rOp
                           "built-in SIR net)"),
                       wxCMD_LINE_VAL_STRING);
 
-  int l_nResult = 0;
-  wxString l_sErrors;
-  {
-    CollectingOutput l_cOutput;
-    l_nResult = l_cParser.Parse(false);
-    l_sErrors = l_cOutput.m_sText;
-  }
-  if (l_nResult == -1) {
-    p_rsMessage = l_cParser.GetUsageString();
-    return ParseOutcome::HELP;
-  }
-  if (l_nResult != 0) {
-    p_rsMessage = l_sErrors + l_cParser.GetUsageString();
-    return ParseOutcome::ERROR;
-  }
+  const ParseOutcome l_eOutcome = ParseCommandLine(l_cParser, p_rsMessage);
+  if (l_eOutcome != ParseOutcome::RUN) return l_eOutcome;
 
   SimdOptions l_cOptions;
   long l_nPort = 0;

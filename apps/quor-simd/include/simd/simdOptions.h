@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+class wxCmdLineParser;
+
 namespace quor {
 namespace simd {
 
@@ -24,6 +26,11 @@ enum class ParseOutcome {
   HELP,  // --help: show the usage text and end successfully
   ERROR  // the message says what is wrong (the usage text follows it)
 };
+
+// Parses a prepared command-line parser without printing anything. HELP:
+// p_rsMessage is the usage text; ERROR: wxWidgets' complaint followed by the
+// usage text; RUN: p_rsMessage is left alone. Shared by the programs.
+ParseOutcome ParseCommandLine(wxCmdLineParser& p_rParser, wxString& p_rsMessage);
 
 // Reads argv[1..argc-1]. p_rsMessage receives the usage text (HELP) or the
 // error and the usage text (ERROR); it is left empty for RUN.
