@@ -26,6 +26,24 @@ const sim::OutputGrid SIR_GRID = Grid(0, 100, 0.5);  // 201 points
 
 bool Running(const Stats& p_rStats) { return p_rStats.state == STATE_RUNNING; }
 
+// Sets the pace (output points per second), starts the continuous simulator
+// over 0..100 every 0.5 and waits until the run is running and at least
+// p_dProgress percent along.
+::testing::AssertionResult StartPaced(SteeringClient& p_rClient, unsigned int p_nSpeed,
+                                      double p_dProgress, Stats* p_pcStats) {
+  if (p_rClient.ChanageSimulatorSpeed(p_nSpeed) != 1u)
+    return ::testing::AssertionFailure() << "the speed request failed";
+  if (p_rClient.CMD_Start(wxT("continuous"), 0, 100, 0.5) != 1u)
+    return ::testing::AssertionFailure() << "the start request failed";
+  if (!WaitForStats(
+          p_rClient,
+          [p_dProgress](const Stats& s) { return Running(s) && s.progress >= p_dProgress; },
+          p_pcStats))
+    return ::testing::AssertionFailure() << "the run did not get " << p_dProgress
+                                         << " % along (state " << p_pcStats->state << ")";
+  return ::testing::AssertionSuccess();
+}
+
 // The settings of a simulator as (name, value) pairs.
 std::vector<std::pair<std::string, std::string> > Settings(SteeringClient& p_rClient,
                                                            const wxString& p_sSimulator) {
@@ -205,11 +223,8 @@ TEST_F(SimdTest, AParameterChangeWhileRunningActsFromAnOutputPointOn) {
 
 TEST_F(SimdTest, AMarkingChangeWhilePausedHoldsFromThatPoint) {
   RunClient([](SteeringClient& c) {
-    ASSERT_EQ(c.ChanageSimulatorSpeed(40), 1u);
-    ASSERT_EQ(c.CMD_Start(wxT("continuous"), 0, 100, 0.5), 1u);
     Stats l_cStats;
-    ASSERT_TRUE(WaitForStats(
-        c, [](const Stats& s) { return Running(s) && s.progress >= 5.0; }, &l_cStats));
+    ASSERT_TRUE(StartPaced(c, 40, 5.0, &l_cStats));
     ASSERT_EQ(c.CMD_Pause(), 1u);
     ASSERT_TRUE(WaitForState(c, STATE_PAUSED, &l_cStats)) << l_cStats.state;
     const std::size_t l_nPoints = Columns(ReadResults(c));
@@ -237,11 +252,8 @@ TEST_F(SimdTest, AMarkingChangeWhilePausedHoldsFromThatPoint) {
 
 TEST_F(SimdTest, StopEndsTheRunEarlyAndRestartRunsAnew) {
   RunClient([](SteeringClient& c) {
-    ASSERT_EQ(c.ChanageSimulatorSpeed(20), 1u);
-    ASSERT_EQ(c.CMD_Start(wxT("continuous"), 0, 100, 0.5), 1u);
     Stats l_cStats;
-    ASSERT_TRUE(WaitForStats(
-        c, [](const Stats& s) { return Running(s) && s.progress >= 5.0; }, &l_cStats));
+    ASSERT_TRUE(StartPaced(c, 20, 5.0, &l_cStats));
     ASSERT_EQ(c.CMD_Stop(), 1u);
     ASSERT_TRUE(WaitForState(c, STATE_STOPPED, &l_cStats)) << l_cStats.state;
     EXPECT_LT(l_cStats.progress, 100.0);
@@ -267,10 +279,8 @@ TEST_F(SimdTest, StopEndsTheRunEarlyAndRestartRunsAnew) {
 
 TEST_F(SimdTest, RestartWhileRunningReplacesTheRun) {
   RunClient([](SteeringClient& c) {
-    ASSERT_EQ(c.ChanageSimulatorSpeed(20), 1u);
-    ASSERT_EQ(c.CMD_Start(wxT("continuous"), 0, 100, 0.5), 1u);
     Stats l_cStats;
-    ASSERT_TRUE(WaitForStats(c, Running, &l_cStats));
+    ASSERT_TRUE(StartPaced(c, 20, 0.0, &l_cStats));
     // A second start is refused; the run goes on.
     ASSERT_EQ(c.CMD_Start(wxT("continuous"), 0, 10, 1), 1u);
     EXPECT_NE(ErrorMessage(c).find("a run is going on"), std::string::npos);
@@ -355,11 +365,8 @@ TEST_F(SimdTest, ResetsReturnToTheInitialValuesAlsoDuringARun) {
     EXPECT_EQ(l_adValues, (std::vector<double>{990, 10, 0}));
 
     // During a run: steer, pause, reset; the run goes on with beta as it was.
-    ASSERT_EQ(c.ChanageSimulatorSpeed(40), 1u);
-    ASSERT_EQ(c.CMD_Start(wxT("continuous"), 0, 100, 0.5), 1u);
     Stats l_cStats;
-    ASSERT_TRUE(WaitForStats(
-        c, [](const Stats& s) { return Running(s) && s.progress >= 5.0; }, &l_cStats));
+    ASSERT_TRUE(StartPaced(c, 40, 5.0, &l_cStats));
     ASSERT_EQ(c.CMD_Pause(), 1u);
     ASSERT_TRUE(WaitForState(c, STATE_PAUSED, &l_cStats));
     ASSERT_EQ(c.ChangeCurrentParameterValues(0, LOWER_BETA), 1u);
@@ -518,10 +525,8 @@ TEST_F(SimdTest, AnUploadedModelRunsToo) {
 
 TEST_F(SimdTest, RemovingAModelStopsItsRun) {
   RunClient([](SteeringClient& c) {
-    ASSERT_EQ(c.ChanageSimulatorSpeed(20), 1u);
-    ASSERT_EQ(c.CMD_Start(wxT("continuous"), 0, 100, 0.5), 1u);
     Stats l_cStats;
-    ASSERT_TRUE(WaitForStats(c, Running, &l_cStats));
+    ASSERT_TRUE(StartPaced(c, 20, 0.0, &l_cStats));
     int l_nResult = 0;
     ASSERT_EQ(c.RemoveModel(wxT("SIR epidemic"), l_nResult), 1u);
     EXPECT_EQ(l_nResult, 1);
