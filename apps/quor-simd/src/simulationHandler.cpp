@@ -349,56 +349,48 @@ int SimulationHandler::OnRemoveModel(unsigned int p_nConnection, const wxString&
 void SimulationHandler::OnChangeCurrentParameterValues(unsigned int p_nConnection,
                                                        unsigned long long p_nPosition,
                                                        double p_dValue) {
-  const int l_nModel = ModelOf(p_nConnection, "parameter change");
-  std::shared_ptr<ModelRun> l_pcRun = GetRun(l_nModel);
-  if (!l_pcRun) return;
-  const std::size_t l_nCount = GetStore().GetParameterValues(l_nModel).size();
-  if (p_nPosition >= l_nCount) {
-    Refuse(l_nModel, wxString::Format(wxT("parameter change refused: position %llu is out of "
-                                          "range (the model has %zu parameters)"),
-                                      p_nPosition, l_nCount));
-    return;
-  }
-  if (!std::isfinite(p_dValue) || p_dValue < 0.0) {
-    Refuse(l_nModel, wxT("parameter change refused: the value ") + Number(p_dValue) +
-                         wxT(" is negative or not finite"));
-    return;
-  }
-  l_pcRun->ChangeParameter(static_cast<std::size_t>(p_nPosition), p_dValue);
-  wxString l_sName;
-  GetStore().WithModel(l_nModel, [&](Model& p_rModel) {
-    l_sName = NameAt(p_rModel, wxT("PARAMETER_NAMES"), p_nPosition);
-  });
-  Log(3, wxString::Format(wxT("Steering session %u: parameter %s set to "), p_nConnection,
-                          l_sName) +
-             Number(p_dValue));
+  ChangeValue(p_nConnection, p_nPosition, p_dValue, false);
 }
 
 void SimulationHandler::OnChangeCurrentPlaceValues(unsigned int p_nConnection,
                                                    unsigned long long p_nPosition,
                                                    double p_dValue) {
-  const int l_nModel = ModelOf(p_nConnection, "marking change");
+  ChangeValue(p_nConnection, p_nPosition, p_dValue, true);
+}
+
+void SimulationHandler::ChangeValue(unsigned int p_nConnection, unsigned long long p_nPosition,
+                                    double p_dValue, bool p_bMarking) {
+  const char* l_sRequest = p_bMarking ? "marking change" : "parameter change";
+  const int l_nModel = ModelOf(p_nConnection, l_sRequest);
   std::shared_ptr<ModelRun> l_pcRun = GetRun(l_nModel);
   if (!l_pcRun) return;
-  const std::size_t l_nCount = GetStore().GetMarking(l_nModel).size();
+  const std::size_t l_nCount = p_bMarking ? GetStore().GetMarking(l_nModel).size()
+                                          : GetStore().GetParameterValues(l_nModel).size();
   if (p_nPosition >= l_nCount) {
-    Refuse(l_nModel, wxString::Format(wxT("marking change refused: position %llu is out of "
-                                          "range (the model has %zu places)"),
-                                      p_nPosition, l_nCount));
+    Refuse(l_nModel, wxString::Format(wxT("%s refused: position %llu is out of range (the "
+                                          "model has %zu %s)"),
+                                      l_sRequest, p_nPosition, l_nCount,
+                                      p_bMarking ? "places" : "parameters"));
     return;
   }
   if (!std::isfinite(p_dValue) || p_dValue < 0.0) {
-    Refuse(l_nModel, wxT("marking change refused: the value ") + Number(p_dValue) +
+    Refuse(l_nModel, wxString(l_sRequest) + wxT(" refused: the value ") + Number(p_dValue) +
                          wxT(" is negative or not finite"));
     return;
   }
-  l_pcRun->ChangeMarking(static_cast<std::size_t>(p_nPosition), p_dValue);
+  const std::size_t l_nPosition = static_cast<std::size_t>(p_nPosition);
+  if (p_bMarking)
+    l_pcRun->ChangeMarking(l_nPosition, p_dValue);
+  else
+    l_pcRun->ChangeParameter(l_nPosition, p_dValue);
   wxString l_sName;
   GetStore().WithModel(l_nModel, [&](Model& p_rModel) {
-    l_sName = NameAt(p_rModel, wxT("PLACE_NAMES"), p_nPosition);
+    l_sName = NameAt(p_rModel, p_bMarking ? wxT("PLACE_NAMES") : wxT("PARAMETER_NAMES"),
+                     p_nPosition);
   });
-  Log(3, wxString::Format(wxT("Steering session %u: marking of %s set to "), p_nConnection,
-                          l_sName) +
+  Log(3, wxString::Format(p_bMarking ? wxT("Steering session %u: marking of %s set to ")
+                                     : wxT("Steering session %u: parameter %s set to "),
+                          p_nConnection, l_sName) +
              Number(p_dValue));
 }
 

@@ -100,6 +100,10 @@ class SimulationHandler : public SteeringHandler {
   int ModelOf(unsigned int p_nConnection, const char* p_sRequest);
   // Leaves the reason with the model and in the log.
   void Refuse(int p_nModel, const wxString& p_sReason);
+  // A steered change of one marking (p_bMarking) or parameter value:
+  // checked, handed to the run, and logged.
+  void ChangeValue(unsigned int p_nConnection, unsigned long long p_nPosition, double p_dValue,
+                   bool p_bMarking);
   // The net that a run of the model simulates.
   bool NetOf(int p_nModel, sim::Net& p_rNet, std::string* p_psError);
   // The settings of a simulator as name/value pairs.
