@@ -5,6 +5,8 @@
 #include "quor/utilities.h"
 #include "quor/coding.h"
 #include "quor/netTypes.h"
+#include "quor/keys.h"
+#include "quor/simulatorState.h"
 #include "quor/steeringcommunicator.h"
 #include "quor/steeringBase.h"
 #include "quor/attribute.h"

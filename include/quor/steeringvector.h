@@ -77,6 +77,24 @@ class SteeringVector : public SteeringBase {
   // The set itself, in key order.
   AttributeList* GetAttributeList() { return m_pcAttributeList; }
 
+  // The attribute under the key if it is of class T, else NULL. Unlike
+  // GetAttribute and the typed accessors, a missing key leaves nothing
+  // behind: the set is not changed.
+  template <typename T = Attribute>
+  T* FindAttribute(const wxString& p_sName) const {
+    if (m_pcAttributeList == NULL) return NULL;
+    AttributeList::const_iterator l_it = m_pcAttributeList->find(p_sName);
+    return l_it == m_pcAttributeList->end() ? NULL : dynamic_cast<T*>(l_it->second);
+  }
+  // The value of the attribute under the key if it is of class T, else
+  // p_Fallback; the set is not changed. For the scalar classes and the
+  // lists (T::GetValue()).
+  template <typename T, typename V>
+  V FindValue(const wxString& p_sName, const V& p_Fallback) const {
+    T* l_pcAttribute = FindAttribute<T>(p_sName);
+    return l_pcAttribute == NULL ? p_Fallback : static_cast<V>(l_pcAttribute->GetValue());
+  }
+
   // Bulk transfers. Every size a peer announces is checked before anything
   // is sized by it.
   //

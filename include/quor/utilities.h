@@ -22,6 +22,15 @@ constexpr unsigned int SUCCESS = 1;
 constexpr unsigned int FAILURE = 0xFFFFFFFFu;
 constexpr unsigned int CONNECTION_NOT_CONNECTED = 0;
 constexpr unsigned int VERSION_MISMATCH = 0xFFFFFFFEu;  // -2
+// The raw transfers' own failures.
+constexpr unsigned int TRANSFER_NOT_CONNECTED = 2;   // the socket is not connected
+constexpr unsigned int TRANSFER_SOCKET_ERROR = 3;    // the socket reported an error
+constexpr unsigned int TRANSFER_SHORT_WRITE = 4;     // fewer bytes were written
+
+// A short text for a result code, for messages: "success", "failure",
+// "not connected", "socket error", "short write", "version mismatch",
+// "no connection"; "result N" for any other code.
+wxString ResultName(unsigned int p_nResult);
 
 // Hands a line to wxLog at the given level. Levels 1, 2 and 3 are prefixed
 // with "Error: ", "Warning: " and "Notice: "; any other level passes the

@@ -62,6 +62,19 @@ wxString ReportSourcePath(const char* p_sFile) {
   return wxT("../") + wxString::FromUTF8(l_sFound);
 }
 
+wxString ResultName(unsigned int p_nResult) {
+  switch (p_nResult) {
+    case SUCCESS: return wxT("success");
+    case FAILURE: return wxT("failure");
+    case CONNECTION_NOT_CONNECTED: return wxT("no connection");
+    case VERSION_MISMATCH: return wxT("version mismatch");
+    case TRANSFER_NOT_CONNECTED: return wxT("not connected");
+    case TRANSFER_SOCKET_ERROR: return wxT("socket error");
+    case TRANSFER_SHORT_WRITE: return wxT("short write");
+    default: return wxString::Format(wxT("result %u"), p_nResult);
+  }
+}
+
 char* NewBlock(unsigned long long p_nSize) {
   if (p_nSize > MAX_BLOCK_SIZE) throw std::bad_alloc();
   return new char[static_cast<size_t>(p_nSize)];
