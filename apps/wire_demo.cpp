@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // quor-wire-demo: two library endpoints exchange a few values and strings
 // over loopback through a relay that prints every byte it forwards.
 //

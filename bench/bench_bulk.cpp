@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Bulk: ReadResultMatrix of smooth matrices over loopback, beside zlib's
 // compress (default level) plus uncompress of the same bytes, and beside a
 // raw socket transfer of the uncompressed bytes.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The benchmark groups of quor_bench, registered by main in the order of
 // the table that bench/run prints. Each case registers our figure next to
 // its floor, under names that bench/format_table.py pairs up:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // quor_bench: the library's requests, bulk transfers and whole-model
 // transfers over loopback, each measured in the same run as its floor.
 #include <benchmark/benchmark.h>

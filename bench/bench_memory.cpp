@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // quor_bench_memory: the peak memory of receiving one large result matrix
 // with ReadResultMatrix, against the size of the matrix itself.
 //

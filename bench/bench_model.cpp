@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whole models: upload (Initialize with the client's own model) and download
 // (Initialize with the index of the server's model) of nets with names,
 // arcs and two views, beside the in-memory floors of the same bytes: packing

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Small requests: a SteeringClient against a loopback server that answers at
 // once, beside a raw POSIX ping-pong of exactly the same frames (sizes and
 // directions), each acknowledged with one byte.

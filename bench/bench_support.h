@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Shared pieces of the benchmark programs: a loopback server that answers a
 // SteeringClient at once with the library's own send and receive halves, a
 // raw POSIX ping-pong peer that moves the same frames without the library

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Prints the benchmark table: one row per figure of ours beside one floor.
 
 Reads the Google Benchmark JSON of quor_bench and the JSON object printed by

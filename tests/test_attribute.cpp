@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The attribute classes: type codes, packed form (exact bytes), unpacking,
 // cloning and ownership.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Unpacking attributes from a received block inside an UnpackBounds scope:
 // no read leaves the block, a count that the rest of the block cannot hold
 // is refused before anything is sized by it, and a refused read leaves the

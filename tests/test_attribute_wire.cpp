@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Attributes sending and receiving themselves over a loopback connection,
 // checked byte for byte against an independent raw peer.
 #include <gtest/gtest.h>

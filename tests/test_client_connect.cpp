@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // SteeringClient: construction, timeout, connection with the version check,
 // disconnection and registration (requests 24 and 6), against a raw server.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every request of SteeringClient against a raw server: the exact bytes the
 // client puts on the wire (its request code, then each frame), the scripted
 // answer, the result and the outputs; then the failure rows for a code frame

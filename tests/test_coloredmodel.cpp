@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ColoredModel: model type 1, the six coloured attributes, the argument
 // order of its constructor and the range operations.
 #include <gtest/gtest.h>

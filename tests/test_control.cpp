@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The paired control halves of SteeringControl and SteeringCMD against a raw
 // peer: simulation interval, start command, available simulators, model
 // statistics and whole models.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // SteeringDispatcher end to end: a real SteeringServer with its event loop on
 // the main thread, real SteeringClients on threads of their own, and raw
 // peers for the clients that misbehave. Every client operation is checked on

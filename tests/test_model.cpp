@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Model without a connection: the attribute schema and its defaults, the
 // scalar accessors, names and arcs, types, markings and parameter values.
 #include <gtest/gtest.h>

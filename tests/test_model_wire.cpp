@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whole models on the wire, checked byte for byte by an independent raw
 // peer: the model type, the attribute block, the views, the active view and
 // the acknowledgement. The expected bytes are built here from the packed

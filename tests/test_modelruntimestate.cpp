@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ModelRuntimeState: its seven settings and their message as the raw peer
 // sees it.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ModelView: its settings and defaults, the curve records, deep copies and
 // the view message as the raw peer sees it.
 #include <gtest/gtest.h>

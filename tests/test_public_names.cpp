@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Public names of the library: attribute keys, the simulator and error
 // states, result codes, and the lookup that never inserts.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ResultMatrixInfo: row descriptions and their message (an 8-byte length and
 // one packed buffer) as the raw peer sees it.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // SteeringServer: the listening socket, its notices and its kept quirks, and
 // a whole exchange between a real server (wxWidgets event loop on the main
 // thread) and a real client (on a second thread).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // SimulatorAttribute: the settings list, its records and its message as the
 // raw peer sees it.
 #include <gtest/gtest.h>

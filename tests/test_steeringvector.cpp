@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The attribute set of SteeringVector: ownership, lookups that insert, and
 // the typed accessors with their fallbacks and reports.
 #include <gtest/gtest.h>

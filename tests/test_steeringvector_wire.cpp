@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // SteeringVector on the wire: the attribute-list message (an 8-byte total,
 // then the packed values in key order as one value) and the bulk transfers
 // (arrays, string lists, matrices of doubles), checked byte for byte against

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Diagnostics, raw socket transfers, compression and the value and string
 // frames, checked against an independent raw-socket peer.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A steerable simulation in a few lines: one model (X decays at rate k) is
 // served through the handler's store, and a client's start command fills
 // the result matrix with x(t) = x0 * exp(-k t).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // quor-simd: the steerable Petri-net simulation server.
 //
 //   quor-simd [--port N] [--model FILE]... [--help]

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // quor-steer-demo: watch a simulation on a quor-simd server, steer it, save
 // the result as CSV. See steerDemo.h; --help lists the options.
 #include <wx/init.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "steerDemo.h"
 
 #include <wx/cmdline.h>

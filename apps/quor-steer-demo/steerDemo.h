@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // quor-steer-demo: a steering client that watches a simulation live and
 // changes its course. It connects to a simulation server, lists the running
 // models, attaches to one, starts a continuous run over the model's output

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Attribute: a value of one fixed type under a name, and the scalar
 // attribute classes.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A record: named fields, each an attribute, walked in the key order of the
 // field names (wxString's less-than). Packed and sent as its fields' values
 // back to back, with no count and no names.

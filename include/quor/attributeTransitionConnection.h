@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Net-structure attributes: the arcs of every transition, and lists of pairs
 // of unsigned 64-bit numbers (the position ranges of a coloured net).
 #ifndef QUOR_ATTRIBUTETRANSITIONCONNECTION_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Attributes that hold a list of values of one type.
 //
 // Packed form: a 32-bit element count, then the elements. Numeric lists are

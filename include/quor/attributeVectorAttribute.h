@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A list of records of one shape, grown by cloning a prototype. The list
 // owns its elements but not the prototype.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every byte-level rule of the wire in one place.
 //
 // Numbers travel in the sender's native byte order (little-endian on every

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A coloured Petri net: a Model of the unfolded net (model type 1) plus the
 // coloured places and transitions above it, each with a range of positions.
 #ifndef QUOR_COLOREDMODEL_H

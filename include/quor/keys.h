@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The attribute keys of the library's data classes, named once.
 //
 // Models, coloured models, views, curves, simulator settings and the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The description of one Petri net as it travels between a simulation and
 // its steering clients: every property is a named attribute of the set, and
 // the plot views travel behind the attributes.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One plot view of a model: its settings as named attributes and a list of
 // curve records grown from the view's own curve prototype.
 #ifndef QUOR_MODELVIEW_H

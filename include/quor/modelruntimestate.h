@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The status record of a running simulation: state, runtime, progress,
 // error state, simulator category and algorithm, speed.
 #ifndef QUOR_MODELRUNTIMESTATE_H

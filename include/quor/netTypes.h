@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Codes that the library stores and transfers as 32-bit integers without
 // interpreting them; the values below are this library's vocabulary, shared
 // by its reference simulation server and clients.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Umbrella header: every public header of libQUOR_SteeringAPI.
 #ifndef QUOR_QUOR_H
 #define QUOR_QUOR_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What each row of a result matrix stands for: a position and a row type.
 // Sent as an 8-byte length and one packed buffer (row count, positions,
 // types).

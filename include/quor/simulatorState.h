@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The codes a steerable simulation reports in its runtime state: the
 // simulator state ("SIMULATOR_STATE", also read with ReadSimulatorState)
 // and the error state ("ERROR_STATE"). The library carries them as plain

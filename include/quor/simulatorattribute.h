@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The settings of one simulator: an ordered list of records (name, caption,
 // value as text, input-control code, range, possible values), each cloned
 // from one prototype, exchanged over a connection it is handed.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Value and string frames.
 //
 // A value whose size both ends already know travels as one frame: up to 100

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The steering end of a connection, held by an application that watches and
 // steers a running simulation.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The start command, the control message that starts (or restarts) a
 // simulation: the model name and the simulation interval. The common base
 // of the client and the server.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The root of the wire stack: one socket pointer, one mutex, and the only raw
 // transfers of the library (one blocking write or read of a byte block), plus
 // zlib's one-shot compression.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The control messages that both ends of a steering connection exchange,
 // each as a pair of halves (one sends, the peer receives): the simulation
 // interval, the list of available simulators, the model statistics and a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A ready request loop for a SteeringServer: it accepts every client that
 // connects, announces the protocol version and answers each request with the
 // frames that the client's operation expects, asking a SteeringHandler for

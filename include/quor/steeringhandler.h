@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The application's side of a steering connection: one operation per client
 // request, called by SteeringDispatcher with the values the client sent, or
 // asked for the values the client reads.

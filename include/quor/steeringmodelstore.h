@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a steerable simulation shows its clients: the running models and,
 // per model, its results and state; the simulators on offer and their
 // settings; and which model each connection works on.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The listening end of the steering protocol, held by a simulation
 // application.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A named, owned set of attributes that travels as one message, and the bulk
 // transfers (string lists, arrays, matrices of doubles) over the same
 // connection.

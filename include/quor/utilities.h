@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Logging, result codes and the report-and-act macros shared by the whole
 // library.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "quor/steeringBase.h"
 
 #include "quor/coding.h"

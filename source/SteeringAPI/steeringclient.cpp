@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "quor/steeringclient.h"
 
 #include "quor/model.h"

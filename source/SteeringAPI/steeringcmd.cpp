@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "quor/steeringcmd.h"
 
 namespace quor {

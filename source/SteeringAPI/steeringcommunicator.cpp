@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "quor/steeringcommunicator.h"
 
 #include <sys/socket.h>

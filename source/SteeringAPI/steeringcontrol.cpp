@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "quor/steeringcontrol.h"
 
 #include "quor/coloredmodel.h"

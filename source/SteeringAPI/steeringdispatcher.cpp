@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "quor/steeringdispatcher.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "quor/steeringhandler.h"
 
 #include "quor/attributeVector.h"

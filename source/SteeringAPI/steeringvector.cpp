@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "quor/steeringvector.h"
 
 #include "quor/attributeVector.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "quor/utilities.h"
 
 #include <wx/app.h>

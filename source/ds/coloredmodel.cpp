@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "quor/coloredmodel.h"
 
 #include "quor/attributeVector.h"

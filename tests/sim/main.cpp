@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Entry point of the engine tests: wxWidgets is initialised (the PNML
 // loader parses with wxXmlDocument) before any test runs.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Nets, output grids and numbers as text.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The continuous simulator against closed-form solutions, invariants and
 // steering changes.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The PNML loader: the shipped example nets, and malformed files, each
 // rejected with a message that names the file and the problem.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The stochastic simulator: statistics against closed forms, seeds,
 // propensities and steering changes.
 #include <gtest/gtest.h>

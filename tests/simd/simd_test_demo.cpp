@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The steering demo against an in-process server: it watches the SIR run,
 // lowers beta while the run goes, and writes the steered result as CSV;
 // and it fails clearly when there is nothing to steer.

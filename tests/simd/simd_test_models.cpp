@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The simulation server's pieces without a connection: the model of a net,
 // the net of an uploaded model, the loading of nets from files, model
 // names, simulator names and the command line.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The quor-simd program as a script sees it: started as a child process,
 // it prints the port it listens on, serves clients, reports unusable model
 // files and options, and ends cleanly on SIGTERM and SIGINT.

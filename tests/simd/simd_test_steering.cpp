@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The simulation server end to end: a SimdServer in-process with its event
 // loop on the main thread, SteeringClients on threads of their own that
 // attach to the built-in SIR net, start, steer, pause, resume, stop and

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Shared pieces of the simulation server's tests: a server in-process with
 // its event loop on the test's main thread, clients on threads of their
 // own, polling of the runtime state with generous deadlines, and the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A wxLog target that records (level, text) for the lifetime of the object
 // and restores the previous target afterwards.
 #ifndef QUOR_TESTS_LOG_CAPTURE_H

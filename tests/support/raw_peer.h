@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A loopback connection whose one end is a wxSocketClient handed to library
 // objects and whose other end is a plain POSIX socket driven by the test.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Scripted peers for the steering endpoints.
 //
 // ScriptedServer is a raw server on 127.0.0.1 (an ephemeral port) that

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Test entry point: wxWidgets and its sockets are initialised on the main
 // thread before any test runs, and the C library's locale is fixed to UTF-8
 // so that texts outside ASCII have the same multibyte form everywhere.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "simd/modelRun.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "simd/netModel.h"
 
 #include <wx/filename.h>

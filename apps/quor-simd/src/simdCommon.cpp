@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "simd/simdCommon.h"
 
 #include <wx/log.h>

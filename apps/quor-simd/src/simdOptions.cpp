@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "simd/simdOptions.h"
 
 #include <wx/cmdline.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "simd/simdServer.h"
 
 namespace quor {

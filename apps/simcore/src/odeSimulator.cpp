@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "simcore/odeSimulator.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "simcore/pnmlLoader.h"
 
 #include <wx/log.h>

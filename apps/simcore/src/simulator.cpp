@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "simcore/simulator.h"
 
 #include <cmath>

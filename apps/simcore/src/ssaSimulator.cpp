@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "simcore/ssaSimulator.h"
 
 #include <cmath>

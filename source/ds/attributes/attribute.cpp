@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The base attribute (a plain string attribute) and the scalar attributes.
 //
 // Every attribute class reads its packed texts through UnPackText and

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A record of named fields, walked in the key order of their names.
 #include "quor/attributeStruct.h"
 

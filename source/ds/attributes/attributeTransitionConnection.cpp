@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The arcs of a net: for every transition its pre- and post-places and the
 // properties of those arcs. (AttributeVectorULong2ULong, declared with it, is
 // a list of fixed-width elements and lives with the other such lists in

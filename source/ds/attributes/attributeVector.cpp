@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Attributes that hold a list: the numeric lists, the pair list and the
 // string list.
 //

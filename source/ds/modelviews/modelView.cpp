@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "quor/modelView.h"
 
 #include <functional>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The simulation of one model: a run of the engine on a thread of its own,
 // steered by the connections' worker threads, its results and state fed into
 // the steering store as the run goes.

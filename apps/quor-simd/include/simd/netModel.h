@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Between the engine's nets and the library's models: the model that
 // clients see for a net, the net that the engine runs for a model that a
 // client uploaded, and the loading of the server's nets from PNML files.

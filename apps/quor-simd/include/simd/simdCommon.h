@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Vocabulary shared by the parts of the simulation server: the simulator
 // state codes that clients read, the simulators on offer, text conversion
 // and logging.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The command line of quor-simd:
 //   --port N       the listening port (default 3000; 0: any free port)
 //   --model FILE   a PNML net to serve (may be repeated; none: the built-in

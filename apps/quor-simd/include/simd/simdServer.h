@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The simulation server as one object: the steering server, the dispatcher
 // that serves its clients and the handler that runs the models. The
 // program and the tests both use it; the owner runs the wxWidgets event

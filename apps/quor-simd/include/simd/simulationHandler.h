@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The simulation server's answers to the steering requests: the store of
 // SteeringHandler serves the models, and this class runs them.
 //

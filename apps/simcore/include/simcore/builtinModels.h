@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Nets built into the engine, so that the server can simulate something
 // without any file.
 #ifndef QUOR_SIMCORE_BUILTINMODELS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The place/transition net that the simulation engine runs: places with an
 // initial marking, transitions with a mass-action rate constant (a number or
 // a named parameter), weighted arcs, named parameters and a suggested output

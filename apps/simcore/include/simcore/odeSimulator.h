@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Continuous simulation: the mass-action ODEs of the net,
 //   dx_p/dt = sum_j (post_jp - pre_jp) * k_j * prod_q max(x_q, 0)^pre_jq,
 // integrated with the embedded Runge-Kutta pair of Dormand and Prince (order

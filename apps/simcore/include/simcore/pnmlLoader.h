@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading place/transition nets from PNML (ISO/IEC 15909-2) files, with the
 // rate constants and parameters of this engine taken from
 // <toolspecific tool="quor" version="1"> elements (described in the README, "Nets as PNML files").

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The common interface of the simulators, and RunSimulation(), which drives
 // one over an output grid.
 //

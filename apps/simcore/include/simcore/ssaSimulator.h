@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Stochastic simulation: Gillespie's direct method.
 //
 // Markings are whole numbers of tokens. In a state x the propensity of

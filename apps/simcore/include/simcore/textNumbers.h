@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Numbers as text, independent of the C library's locale: the decimal
 // separator is always '.', so a file or a setting reads the same whatever
 // locale the server runs in.
