@@ -12,7 +12,7 @@
 #ifndef QUOR_KEYS_H
 #define QUOR_KEYS_H
 
-#include <wx/chartype.h>
+#include <wx/defs.h>
 
 namespace quor {
 namespace keys {

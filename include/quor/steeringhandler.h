@@ -40,6 +40,12 @@ class SteeringHandler {
   // NO_MODEL when it has none).
   int CurrentModel(unsigned int p_nConnection);
 
+  // Refuses what a connection asked for. The protocol has no refusal (the
+  // request's frames still succeed), so the reason is queued for the
+  // connection, which reads it with ReceiveErrorMessage, and the current
+  // model's "ERROR_STATE" becomes SIMULATOR_ERROR_REFUSED.
+  void Refuse(unsigned int p_nConnection, const wxString& p_sReason);
+
   // The connection's life: it was accepted and announced; it ended (the
   // default forgets its current model).
   virtual void OnConnect(unsigned int p_nConnection);
@@ -113,6 +119,9 @@ class SteeringHandler {
                                           wxString& p_sSecond);
   virtual void OnWriteCurrentSimulatorName(unsigned int p_nConnection, const wxString& p_sFirst,
                                            const wxString& p_sSecond);
+  // The refusals of this connection since it last read them (see Refuse),
+  // oldest first, one per line; without any, the current model's error
+  // message (why its last run failed, SteeringModelStore::SetErrorMessage).
   virtual wxString OnReceiveErrorMessage(unsigned int p_nConnection);
   virtual wxString OnReadLogMessage(unsigned int p_nConnection);
 

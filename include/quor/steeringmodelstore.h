@@ -22,6 +22,7 @@
 #include <wx/string.h>
 #include <wx/thread.h>
 
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -72,7 +73,19 @@ class SteeringModelStore {
   void SetCurrentModel(unsigned int p_nConnection, int p_nId);
   // NO_MODEL before the connection chose one, or after it was removed.
   int GetCurrentModel(unsigned int p_nConnection);
+  // Forgets the connection's current model and its queued refusals.
   void ForgetConnection(unsigned int p_nConnection);
+
+  // Refusals: what the server refused a connection, kept for that
+  // connection until it reads them (ReceiveErrorMessage), oldest first.
+  // At most MAX_QUEUED_REFUSALS are kept (the oldest go first), each cut to
+  // MAX_REFUSAL_LENGTH characters, so that a client that never reads costs
+  // a bounded amount.
+  static constexpr size_t MAX_QUEUED_REFUSALS = 64;
+  static constexpr size_t MAX_REFUSAL_LENGTH = 1024;
+  void AddRefusal(unsigned int p_nConnection, const wxString& p_sText);
+  // The connection's refusals, oldest first; the queue is empty afterwards.
+  std::vector<wxString> TakeRefusals(unsigned int p_nConnection);
 
   // Values kept in the model itself: the current parameter values, the
   // current marking and the output interval (start, end, sampling).
@@ -132,6 +145,7 @@ class SteeringModelStore {
   int m_nNextId;
   std::vector<std::unique_ptr<Entry> > m_apcModels;
   std::map<unsigned int, int> m_mCurrentModel;
+  std::map<unsigned int, std::deque<wxString> > m_mRefusals;
   std::vector<QU_SimulatorCategory> m_aSimulators;
   std::map<wxString, std::unique_ptr<SimulatorAttribute> > m_mSettings;
 

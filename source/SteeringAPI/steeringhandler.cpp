@@ -2,6 +2,8 @@
 #include "quor/steeringhandler.h"
 
 #include "quor/attributeVector.h"
+#include "quor/keys.h"
+#include "quor/simulatorState.h"
 #include "quor/model.h"
 #include "quor/modelruntimestate.h"
 #include "quor/simulatorattribute.h"
@@ -41,6 +43,13 @@ SteeringHandler::~SteeringHandler() {}
 
 int SteeringHandler::CurrentModel(unsigned int p_nConnection) {
   return m_cStore.GetCurrentModel(p_nConnection);
+}
+
+void SteeringHandler::Refuse(unsigned int p_nConnection, const wxString& p_sReason) {
+  m_cStore.AddRefusal(p_nConnection, p_sReason);
+  m_cStore.WithRuntimeState(CurrentModel(p_nConnection), [](ModelRuntimeState& p_rState) {
+    p_rState.SetAttributeValue(keys::ERROR_STATE, static_cast<int>(SIMULATOR_ERROR_REFUSED));
+  });
 }
 
 void SteeringHandler::WithCurrentModel(unsigned int p_nConnection,
@@ -219,7 +228,14 @@ void SteeringHandler::OnWriteCurrentSimulatorName(unsigned int p_nConnection,
 }
 
 wxString SteeringHandler::OnReceiveErrorMessage(unsigned int p_nConnection) {
-  return m_cStore.GetErrorMessage(CurrentModel(p_nConnection));
+  const std::vector<wxString> l_asRefusals = m_cStore.TakeRefusals(p_nConnection);
+  if (l_asRefusals.empty()) return m_cStore.GetErrorMessage(CurrentModel(p_nConnection));
+  wxString l_sText;
+  for (const wxString& l_sRefusal : l_asRefusals) {
+    if (!l_sText.empty()) l_sText += wxT("\n");
+    l_sText += l_sRefusal;
+  }
+  return l_sText;
 }
 
 wxString SteeringHandler::OnReadLogMessage(unsigned int p_nConnection) {

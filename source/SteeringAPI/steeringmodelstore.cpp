@@ -206,6 +206,29 @@ int SteeringModelStore::GetCurrentModel(unsigned int p_nConnection) {
 void SteeringModelStore::ForgetConnection(unsigned int p_nConnection) {
   wxMutexLocker l_cLock(m_cMutex);
   m_mCurrentModel.erase(p_nConnection);
+  m_mRefusals.erase(p_nConnection);
+}
+
+void SteeringModelStore::AddRefusal(unsigned int p_nConnection, const wxString& p_sText) {
+  wxString l_sText = p_sText.length() > MAX_REFUSAL_LENGTH
+                         ? p_sText.Left(MAX_REFUSAL_LENGTH - 3) + wxT("...")
+                         : p_sText;
+  // One refusal is one line of what ReceiveErrorMessage returns.
+  l_sText.Replace(wxT("\n"), wxT(" "));
+  wxMutexLocker l_cLock(m_cMutex);
+  std::deque<wxString>& l_rQueue = m_mRefusals[p_nConnection];
+  if (l_rQueue.size() >= MAX_QUEUED_REFUSALS) l_rQueue.pop_front();
+  l_rQueue.push_back(l_sText);
+}
+
+std::vector<wxString> SteeringModelStore::TakeRefusals(unsigned int p_nConnection) {
+  wxMutexLocker l_cLock(m_cMutex);
+  std::vector<wxString> l_asRefusals;
+  auto l_it = m_mRefusals.find(p_nConnection);
+  if (l_it == m_mRefusals.end()) return l_asRefusals;
+  l_asRefusals.assign(l_it->second.begin(), l_it->second.end());
+  m_mRefusals.erase(l_it);
+  return l_asRefusals;
 }
 
 // Values kept in the model.
