@@ -8,7 +8,10 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <poll.h>
 #include <unistd.h>
+
+#include <cerrno>
 
 #include <wx/utils.h>
 
@@ -276,4 +279,81 @@ TEST(ServerEndToEnd, ARealClientUploadsStartsAndReadsFromARealServer) {
   EXPECT_EQ(l_aLog[0], (LogLine{3, "Notice: The server has been Started!"}));
   EXPECT_EQ(l_aLog[1], (LogLine{3, AddressLine(l_nPort)}));
   EXPECT_EQ(l_cAsserts.Count(), 0);
+}
+
+namespace {
+// The local address the server's listening socket is bound to.
+std::string BoundAddress(SteeringServer& p_rServer) {
+  sockaddr_in l_cAddr{};
+  socklen_t l_nLen = sizeof(l_cAddr);
+  ::getsockname(static_cast<int>(p_rServer.GetServerSocket()->GetSocket()),
+                reinterpret_cast<sockaddr*>(&l_cAddr), &l_nLen);
+  char l_sText[INET_ADDRSTRLEN] = {0};
+  ::inet_ntop(AF_INET, &l_cAddr.sin_addr, l_sText, sizeof(l_sText));
+  return l_sText;
+}
+}  // namespace
+
+TEST(Server, ListensOnEveryLocalAddressByDefault) {
+  ServerFixture f;
+  f.server.SetPort(0);
+  EXPECT_EQ(f.server.GetAddress(), wxT(""));
+  ASSERT_TRUE(f.server.DoStartServer(0));
+  EXPECT_EQ(BoundAddress(f.server), "0.0.0.0");
+}
+
+TEST(Server, ListensOnTheAddressChosenWithSetAddress) {
+  ServerFixture f;
+  f.server.SetPort(0);
+  f.server.SetAddress(wxT("127.0.0.1"));
+  ASSERT_TRUE(f.server.DoStartServer(0));
+  EXPECT_EQ(BoundAddress(f.server), "127.0.0.1");
+  EXPECT_TRUE(CanConnect(f.server.GetPort()));
+}
+
+TEST(Server, AnAddressThatCannotBeResolvedFailsTheStartWithoutASocket) {
+  LogCapture l_cLog;
+  ServerFixture f;
+  f.server.SetPort(0);
+  f.server.SetAddress(wxT("no.such.host.invalid"));
+  EXPECT_FALSE(f.server.DoStartServer(0));
+  EXPECT_EQ(f.server.GetServerSocket(), nullptr);
+  EXPECT_EQ(l_cLog.Records(), (std::vector<LogLine>{{3, "Notice: The server can't be Started!"}}));
+}
+
+// A burst of clients that connect before any is accepted all complete
+// their connection: the accept queue is as long as the system allows, not
+// the five places wxWidgets asks for.
+TEST(Server, ABurstOfClientsIsQueuedUntilAccepted) {
+  ServerFixture f;
+  f.server.SetPort(0);
+  f.server.SetAddress(wxT("127.0.0.1"));
+  ASSERT_TRUE(f.server.DoStartServer(0));
+  sockaddr_in l_cAddr{};
+  l_cAddr.sin_family = AF_INET;
+  l_cAddr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  l_cAddr.sin_port = htons(static_cast<unsigned short>(f.server.GetPort()));
+  std::vector<int> l_anFds;
+  int l_nConnected = 0;
+  for (int i = 0; i < 64; ++i) {
+    const int l_nFd = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+    l_anFds.push_back(l_nFd);
+    if (::connect(l_nFd, reinterpret_cast<sockaddr*>(&l_cAddr), sizeof(l_cAddr)) == 0 ||
+        errno == EINPROGRESS)
+      ++l_nConnected;
+  }
+  // Each handshake completes in the kernel; a full queue would leave the
+  // later ones waiting for a SYN retry instead.
+  int l_nWritable = 0;
+  for (int l_nFd : l_anFds) {
+    pollfd l_cPoll = {l_nFd, POLLOUT, 0};
+    int l_nError = 0;
+    socklen_t l_nLen = sizeof(l_nError);
+    if (::poll(&l_cPoll, 1, 500) == 1 &&
+        ::getsockopt(l_nFd, SOL_SOCKET, SO_ERROR, &l_nError, &l_nLen) == 0 && l_nError == 0)
+      ++l_nWritable;
+  }
+  for (int l_nFd : l_anFds) ::close(l_nFd);
+  EXPECT_EQ(l_nConnected, 64);
+  EXPECT_EQ(l_nWritable, 64);
 }

@@ -36,7 +36,9 @@ class SteeringServer : public SteeringCMD, public wxEvtHandler {
   ~SteeringServer() override;
 
   // Starts listening on the port chosen with SetPort (3000 by default), on
-  // any local address, with address reuse. The argument is not used: the
+  // the address chosen with SetAddress (any local address by default), with
+  // address reuse and a listen backlog of the system's maximum, so that a
+  // burst of clients connecting at once is queued, not dropped. The argument is not used: the
   // port is the one chosen with SetPort. Logs "Notice: The server has been
   // Started!" and the address line and returns true; returns false with
   // "Notice: The server can't be Started!" when the socket cannot listen.
@@ -51,6 +53,13 @@ class SteeringServer : public SteeringCMD, public wxEvtHandler {
   // port. A server that has tried to start once never starts again, so the
   // port matters only before the first DoStartServer.
   void SetPort(unsigned int p_nPort);
+  // The local address of the next DoStartServer: a host name or a dotted
+  // IPv4 address ("127.0.0.1" to accept local clients only); empty (the
+  // default) means every local address. An address that cannot be resolved
+  // makes the start fail ("Notice: The server can't be Started!", false)
+  // without creating a socket.
+  void SetAddress(const wxString& p_sAddress);
+  wxString GetAddress() const { return m_sAddress; }
   // The port the server listens on after a successful start (the one the
   // system picked when 0 was chosen); before that, the chosen port.
   unsigned int GetPort();
@@ -63,6 +72,7 @@ class SteeringServer : public SteeringCMD, public wxEvtHandler {
  protected:
   unsigned int m_nPort;
   wxSocketServer* m_pcServer;
+  wxString m_sAddress;
 };
 
 }  // namespace quor

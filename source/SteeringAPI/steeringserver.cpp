@@ -3,6 +3,10 @@
 
 #include <wx/utils.h>
 
+#include <sys/socket.h>
+
+#include <fstream>
+
 namespace quor {
 
 namespace {
@@ -12,6 +16,15 @@ wxString Literal(const wxString& p_sText) {
   wxString l_sText = p_sText;
   l_sText.Replace(wxT("%"), wxT("%%"));
   return l_sText;
+}
+// The longest accept queue the system allows (net.core.somaxconn), at
+// least SOMAXCONN; the kernel cuts a longer request to its maximum.
+int ListenBacklog() {
+  int l_nBacklog = SOMAXCONN;
+  std::ifstream l_cLimit("/proc/sys/net/core/somaxconn");
+  int l_nSystem = 0;
+  if (l_cLimit >> l_nSystem && l_nSystem > l_nBacklog) l_nBacklog = l_nSystem;
+  return l_nBacklog;
 }
 }  // namespace
 
@@ -32,12 +45,20 @@ bool SteeringServer::DoStartServer(const unsigned int& /* port: m_nPort is used 
   }
 
   wxIPV4address l_cAddress;
+  if (!m_sAddress.empty() && !l_cAddress.Hostname(m_sAddress)) {
+    LOG(3, wxT("The server can't be Started!"));
+    return false;
+  }
   l_cAddress.Service(static_cast<unsigned short>(m_nPort));
   TRY_ALLOC(m_pcServer = new wxSocketServer(l_cAddress, wxSOCKET_REUSEADDR), return false);
   if (!m_pcServer->IsOk()) {
     LOG(3, wxT("The server can't be Started!"));
     return false;
   }
+  // wxWidgets listens with a short queue; clients that connect in a burst
+  // would be dropped before they are accepted. Listening again on the same
+  // socket only changes the length of its queue.
+  ::listen(static_cast<int>(m_pcServer->GetSocket()), ListenBacklog());
 
   m_pcServer->SetEventHandler(*this, 0);
   m_pcServer->SetNotify(wxSOCKET_CONNECTION_FLAG);
@@ -59,6 +80,8 @@ bool SteeringServer::DoStopServer() { return true; }
 bool SteeringServer::DoRestartServer() { return true; }
 
 void SteeringServer::SetPort(unsigned int p_nPort) { m_nPort = p_nPort; }
+
+void SteeringServer::SetAddress(const wxString& p_sAddress) { m_sAddress = p_sAddress; }
 
 unsigned int SteeringServer::GetPort() {
   if (m_pcServer == NULL || !m_pcServer->IsOk()) return m_nPort;
