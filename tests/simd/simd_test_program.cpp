@@ -189,7 +189,7 @@ TEST(SimdProgram, EndsCleanlyOnSigintWhileARunGoesOn) {
     ASSERT_EQ(c.ChanageSimulatorSpeed(2), 1u);  // 100 seconds for the run
     ASSERT_EQ(c.CMD_Start(wxT("continuous"), 0, 100, 0.5), 1u);
     Stats l_cStats;
-    ASSERT_TRUE(WaitForState(c, quor::simd::STATE_RUNNING, &l_cStats)) << l_cStats.state;
+    ASSERT_TRUE(WaitForState(c, quor::SIMULATOR_RUNNING, &l_cStats)) << l_cStats.state;
     delete c.GetModel();
     // The client stays connected while the server goes.
     l_cServer.Signal(SIGINT);
