@@ -61,11 +61,7 @@ std::vector<std::pair<std::string, std::string> > Settings(SteeringClient& p_rCl
   return l_aSettings;
 }
 
-std::string ErrorMessage(SteeringClient& p_rClient) {
-  wxString l_sMessage;
-  EXPECT_EQ(p_rClient.ReceiveErrorMessage(l_sMessage), 1u);
-  return Text(l_sMessage);
-}
+std::string ErrorMessage(SteeringClient& p_rClient) { return quor_test::ErrorMessageOf(p_rClient); }
 
 }  // namespace
 
@@ -106,14 +102,7 @@ TEST_F(SimdTest, AttachedModelDescribesTheSirNet) {
     EXPECT_EQ(ReadStats(c).speed, 30);
   });
   // The rows of the result matrix, as the store describes them.
-  ResultMatrixInfo l_cInfo(0);
-  m_pcServer->Handler().GetStore().GetResultMatrixInfo(m_nModel, l_cInfo);
-  ASSERT_EQ(l_cInfo.GetRowCount(), 3u);
-  unsigned int l_nPosition = 0;
-  RM_ROW_TYPE l_eType = RM_ROW_TYPE_OBSERVER;
-  l_cInfo.GetRowInfo(2, l_nPosition, l_eType);
-  EXPECT_EQ(l_nPosition, 2u);
-  EXPECT_EQ(l_eType, RM_ROW_TYPE_PLACE);
+  quor_test::ExpectPlaceRows(m_pcServer->Handler().GetStore(), m_nModel, 3);
 }
 
 TEST_F(SimdTest, AnUnpacedRunFinishesWithTheEnginesResults) {

@@ -24,6 +24,7 @@
 #include "quor/modelruntimestate.h"
 #include "quor/steeringclient.h"
 #include "server_harness.h"
+#include "steering_clients.h"
 #include "simcore/builtinModels.h"
 #include "simcore/simulator.h"
 #include "simd/simdCommon.h"
@@ -34,8 +35,8 @@ namespace simd_test {
 using quor::SteeringClient;
 using quor::sim::Matrix;
 
-// Long enough for a loaded machine; a correct server needs a fraction.
-const int DEADLINE_MS = 60000;
+using quor_test::CLIENT_DEADLINE_MS;
+const int DEADLINE_MS = CLIENT_DEADLINE_MS;
 
 inline std::string Text(const wxString& p_s) { return quor::simd::ToStd(p_s); }
 
@@ -54,52 +55,15 @@ class TempFile {
   std::string m_sPath;
 };
 
-// What the runtime state says, read through ReadModelStatistics.
-struct Stats {
-  unsigned int result = 0;
-  int state = -1;
-  double progress = 0.0;
-  double runtime = 0.0;
-  int error = 0;
-  int speed = 0;
-  std::string category, algorithm;
-};
-
-inline Stats ReadStats(SteeringClient& p_rClient) {
-  quor::ModelRuntimeState l_cState;
-  Stats l_cStats;
-  l_cStats.result = p_rClient.ReadModelStatistics(l_cState);
-  l_cStats.state = l_cState.GetAttributeValueInt(wxT("SIMULATOR_STATE"));
-  l_cStats.progress = l_cState.GetAttributeValueDouble(wxT("SIMULATOR_PROGRESS"));
-  l_cStats.runtime = l_cState.GetAttributeValueDouble(wxT("SIMULATOR_RUNTIME"));
-  l_cStats.error = l_cState.GetAttributeValueInt(wxT("ERROR_STATE"));
-  l_cStats.speed = l_cState.GetAttributeValueInt(wxT("SIMULATOR_SPEED"));
-  l_cStats.category = Text(l_cState.GetAttributeValueString(wxT("SIMULATOR_CATEGORY")));
-  l_cStats.algorithm = Text(l_cState.GetAttributeValueString(wxT("CURRENT_SIMULATOR_ALGORITHM")));
-  return l_cStats;
-}
-
-// Polls the runtime state until the predicate holds (true) or the deadline
-// passes (false); the last state read goes to *p_pcLast.
+// The runtime state and its polling (tests/support/steering_clients.h).
+typedef quor_test::RunStats Stats;
+inline Stats ReadStats(SteeringClient& p_rClient) { return quor_test::ReadRunStats(p_rClient); }
 inline bool WaitForStats(SteeringClient& p_rClient, const std::function<bool(const Stats&)>& p_fDone,
                          Stats* p_pcLast = nullptr, int p_nTimeoutMs = DEADLINE_MS) {
-  const auto l_tDeadline =
-      std::chrono::steady_clock::now() + std::chrono::milliseconds(p_nTimeoutMs);
-  Stats l_cStats;
-  for (;;) {
-    l_cStats = ReadStats(p_rClient);
-    if (p_pcLast != nullptr) *p_pcLast = l_cStats;
-    if (l_cStats.result != 1) return false;
-    if (p_fDone(l_cStats)) return true;
-    if (std::chrono::steady_clock::now() > l_tDeadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  }
+  return quor_test::WaitForRunStats(p_rClient, p_fDone, p_pcLast, p_nTimeoutMs);
 }
-
 inline bool WaitForState(SteeringClient& p_rClient, int p_nState, Stats* p_pcLast = nullptr) {
-  return WaitForStats(
-      p_rClient, [p_nState](const Stats& p_rStats) { return p_rStats.state == p_nState; },
-      p_pcLast);
+  return quor_test::WaitForRunState(p_rClient, p_nState, p_pcLast);
 }
 
 inline Matrix ReadResults(SteeringClient& p_rClient) {
@@ -177,33 +141,11 @@ class SimdTest : public ::testing::Test {
 
   wxString Service() const { return wxString::Format(wxT("%u"), m_nPort); }
 
-  // Runs each body on a thread of its own with a client connected to the
-  // server and attached to model p_nIndex, while the main thread runs the
-  // event loop, until every body has returned.
+  // Runs each body on a thread of its own with a client attached to model
+  // p_nIndex, while the main thread runs the event loop.
   void RunClients(const std::vector<std::function<void(SteeringClient&)> >& p_afBodies,
                   int p_nIndex = 0) {
-    std::atomic<std::size_t> l_nDone{0};
-    std::vector<std::thread> l_acThreads;
-    for (const auto& l_fBody : p_afBodies) {
-      l_acThreads.emplace_back([this, &l_nDone, l_fBody, p_nIndex] {
-        {
-          SteeringClient l_cClient(wxT("127.0.0.1"), Service());
-          l_cClient.SetTimeout(30);
-          if (l_cClient.ConnectToServer(true) != 1) {
-            ADD_FAILURE() << "no connection";
-          } else if (l_cClient.Initialize(p_nIndex) != 1) {
-            ADD_FAILURE() << "cannot attach to model " << p_nIndex;
-          } else {
-            l_fBody(l_cClient);
-          }
-          delete l_cClient.GetModel();
-        }
-        ++l_nDone;
-      });
-    }
-    EXPECT_TRUE(quor_test::RunEventLoopUntil(
-        [&] { return l_nDone == p_afBodies.size(); }, 4 * DEADLINE_MS));
-    for (std::thread& l_cThread : l_acThreads) l_cThread.join();
+    EXPECT_TRUE(quor_test::RunClientThreads(Service(), p_afBodies, p_nIndex));
   }
   void RunClient(const std::function<void(SteeringClient&)>& p_fBody, int p_nIndex = 0) {
     RunClients({p_fBody}, p_nIndex);
