@@ -170,6 +170,14 @@ size_t Columns(const SteeringMatrix& p_rMatrix) {
   return p_rMatrix.empty() ? 0 : p_rMatrix[0].size();
 }
 
+// A write request comes back once its frames are acknowledged, which may be
+// just before the server has acted on it; the answer to a read request on
+// the same connection comes after every request before it was handled.
+void Served(SteeringClient& p_rClient) {
+  int l_nState = -1;
+  EXPECT_EQ(p_rClient.ReadSimulatorState(l_nState), 1u);
+}
+
 std::string Utf8(const wxString& p_sText) { return std::string(p_sText.utf8_str()); }
 
 bool Contains(const std::string& p_sText, const std::string& p_sPart) {
@@ -232,6 +240,7 @@ TEST_F(RunHandlerTest, PauseResumeAndStopComeBackWhileAThreeSecondRunIsMidway) {
     // back before the run got past it.
     ASSERT_EQ(c.CMD_Pause(), 1u);
     EXPECT_TRUE(m_cGrowth.IsHeld());
+    Served(c);
     m_cGrowth.Release();
     RunStats l_cStats;
     ASSERT_TRUE(WaitForRunState(c, SIMULATOR_PAUSED, &l_cStats)) << l_cStats.state;
@@ -318,6 +327,7 @@ TEST_F(RunHandlerTest, AChangeWhilePausedActsAtOnceFromThePausedPoint) {
   RunClient([this](SteeringClient& c) {
     ASSERT_TRUE(StartHeldAt(c, 3));
     ASSERT_EQ(c.CMD_Pause(), 1u);
+    Served(c);
     m_cGrowth.Release();
     RunStats l_cStats;
     ASSERT_TRUE(WaitForRunState(c, SIMULATOR_PAUSED, &l_cStats)) << l_cStats.state;
@@ -343,6 +353,7 @@ TEST_F(RunHandlerTest, ResetsReturnToTheInitialValuesAtTheNextOutputPoint) {
     ASSERT_EQ(c.ChangeCurrentPlaceValues(1, 9.0), 1u);
     ASSERT_EQ(c.ResetParameterValues(), 1u);
     ASSERT_EQ(c.ResetMarkingValues(), 1u);
+    Served(c);
     m_cGrowth.Release();
     RunStats l_cStats;
     ASSERT_TRUE(WaitForRunState(c, SIMULATOR_FINISHED, &l_cStats)) << l_cStats.state;
