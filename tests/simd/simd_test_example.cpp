@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -84,11 +86,15 @@ TEST(ExampleRun, AClientStartsSteersPausesResumesAndStopsIt) {
   delete c.GetModel();
 }
 
-TEST(ExampleRun, HelpAndBadArguments) {
-  Child l_cHelp({PROGRAM, "--help"});
-  EXPECT_EQ(l_cHelp.Wait(), 0);
-  EXPECT_NE(l_cHelp.Out().find("quor-example-run [PORT]"), std::string::npos) << l_cHelp.Out();
-  Child l_cBad({PROGRAM, "port"});
-  EXPECT_EQ(l_cBad.Wait(), 2);
-  EXPECT_NE(l_cBad.Err().find("usage"), std::string::npos) << l_cBad.Err();
+// The README's guide shows the program as it stands (all but its licence line).
+TEST(ExampleRun, IsTheProgramOfTheReadme) {
+  std::ifstream l_cProgram(QUOR_EXAMPLE_RUN_SOURCE), l_cReadme(QUOR_README);
+  ASSERT_TRUE(l_cProgram && l_cReadme);
+  std::stringstream l_cSource, l_cGuide;
+  l_cSource << l_cProgram.rdbuf();
+  l_cGuide << l_cReadme.rdbuf();
+  const std::string l_sSource = l_cSource.str();
+  const std::string l_sShown = l_sSource.substr(l_sSource.find('\n') + 1);
+  EXPECT_NE(l_cGuide.str().find("```cpp\n" + l_sShown + "```\n"), std::string::npos)
+      << "README.md does not show apps/examples/quor-example-run.cpp";
 }
