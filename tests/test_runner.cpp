@@ -752,6 +752,27 @@ TEST_F(RunnerTest, TheStepFunctionNeverRunsOnTwoThreadsAtOnce) {
   EXPECT_EQ(l_cRunner.GetState(), SIMULATOR_FINISHED);
 }
 
+TEST_F(RunnerTest, AStepMayCommandItsOwnRunner) {
+  SteeringRunner l_cRunner(m_cStore, m_nModel);
+  wxString l_sReason;
+  bool l_bStarted = true;
+  SteeringRunPlan l_cPlan = Plan(10);
+  l_cPlan.m_fStep = [&](SteeringStep& p_rStep) {
+    if (p_rStep.GetPoint() == 3) {
+      l_cRunner.Join();  // would wait for itself: returns at once
+      l_bStarted = l_cRunner.Start(Plan(), true, &l_sReason);
+      EXPECT_TRUE(l_cRunner.Stop(NULL));
+    }
+    return m_cGrowth.Step(p_rStep);
+  };
+  ASSERT_TRUE(l_cRunner.Start(l_cPlan, false, NULL));
+  l_cRunner.Join();
+  EXPECT_FALSE(l_bStarted);
+  EXPECT_EQ(Utf8(l_sReason), "a run cannot start another one from its own thread");
+  EXPECT_EQ(l_cRunner.GetState(), SIMULATOR_STOPPED);
+  EXPECT_EQ(m_cStore.GetResultMatrix(m_nModel), (SteeringMatrix{{0, 1, 2, 3}, {5, 5, 5, 5}}));
+}
+
 TEST_F(RunnerTest, StartsThatCannotRunAreRefused) {
   SteeringRunner l_cRunner(m_cStore, m_nModel);
   wxString l_sReason;

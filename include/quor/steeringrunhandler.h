@@ -64,7 +64,8 @@ class SteeringRunHandler : public SteeringHandler {
   // The category and simulator that runs show ("SIMULATOR_CATEGORY",
   // "CURRENT_SIMULATOR_ALGORITHM"), and the current simulator name of the
   // models added from now on. Offered to clients as the one available
-  // simulator when both are set. Empty by default.
+  // simulator when both are set. Empty by default. REQUIRES: called before
+  // the handler serves requests.
   void SetSimulatorName(const wxString& p_sCategory, const wxString& p_sAlgorithm);
 
   // Runs a model (allocated with new; the store owns it from now on): idle,

@@ -62,7 +62,9 @@
 // once, and never after Join (or the destructor) has returned. Start with a
 // restart, Join and the destructor wait for the step in progress to return:
 // their caller must not hold anything that the step function needs (a
-// Python interpreter lock, say). The runner calls the store with its own
+// Python interpreter lock, say). The step function and the hooks may call
+// the runner's commands; Start refuses and Join returns at once when called
+// from them (they would wait for themselves). The runner calls the store with its own
 // lock held; the store's functions (WithModel, ...) must not call back into
 // the runner.
 #ifndef QUOR_STEERINGRUNNER_H
@@ -258,6 +260,8 @@ class SteeringRunner {
   // At an output point: records it, applies the changes, publishes, waits
   // for the pace and while paused. The changes applied go to p_racApplied.
   Outcome AtOutputPoint(SteeringStep& p_rStep, std::vector<SteeringChange>& p_racApplied);
+  // True when called by the step function or a hook of the run going on.
+  bool OnRunThread();
   // REQUIRES: m_cMutex is held (MayStart, Prepare). Prepare checks the
   // plan against the model and sets the run up; false, with the reason,
   // when it cannot run.
@@ -282,6 +286,7 @@ class SteeringRunner {
 
   std::mutex m_cControl;  // one start or join at a time; taken before m_cMutex
   std::thread m_cThread;
+  std::thread::id m_cThreadId;  // of the run going on (under m_cMutex)
   SteeringRunPlan m_cPlan;  // of the run; read by its thread only while it runs
   std::atomic<bool> m_bGiveUp;
 

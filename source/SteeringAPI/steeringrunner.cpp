@@ -123,6 +123,8 @@ bool SteeringRunner::Start(const SteeringRunPlan& p_rPlan, bool p_bRestart,
   const wxString l_sProblem = CheckInterval(p_rPlan.m_dStart, p_rPlan.m_dEnd, p_rPlan.m_dSampling);
   if (!l_sProblem.empty()) return Refuse(p_psReason, l_sProblem);
   const size_t l_nPoints = CountPoints(p_rPlan.m_dStart, p_rPlan.m_dEnd, p_rPlan.m_dSampling);
+  if (OnRunThread())
+    return Refuse(p_psReason, wxT("a run cannot start another one from its own thread"));
 
   std::lock_guard<std::mutex> l_cControl(m_cControl);
   {
@@ -152,6 +154,7 @@ bool SteeringRunner::Start(const SteeringRunPlan& p_rPlan, bool p_bRestart,
     m_bActive = true;
     Publish(true);
     m_cThread = std::thread(&SteeringRunner::Work, this, std::move(l_pcStep));
+    m_cThreadId = m_cThread.get_id();
   } catch (const std::exception& l_cError) {
     std::lock_guard<std::mutex> l_cLock(m_cMutex);
     m_bActive = false;
@@ -227,7 +230,13 @@ bool SteeringRunner::CanStart(bool p_bRestart, wxString* p_psReason) {
   return MayStart(p_bRestart, p_psReason);
 }
 
+bool SteeringRunner::OnRunThread() {
+  std::lock_guard<std::mutex> l_cLock(m_cMutex);
+  return m_bActive && m_cThreadId == std::this_thread::get_id();
+}
+
 void SteeringRunner::Join() {
+  if (OnRunThread()) return;  // it would wait for itself
   std::lock_guard<std::mutex> l_cControl(m_cControl);
   if (m_cThread.joinable()) m_cThread.join();
 }
