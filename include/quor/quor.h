@@ -29,5 +29,7 @@
 #include "quor/steeringmodelstore.h"
 #include "quor/steeringhandler.h"
 #include "quor/steeringdispatcher.h"
+#include "quor/steeringrunner.h"
+#include "quor/steeringrunhandler.h"
 
 #endif  // QUOR_QUOR_H

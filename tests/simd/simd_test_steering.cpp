@@ -25,7 +25,7 @@ const double BETA = 0.0003;
 const double LOWER_BETA = 0.0001;
 const sim::OutputGrid SIR_GRID = Grid(0, 100, 0.5);  // 201 points
 
-bool Running(const Stats& p_rStats) { return p_rStats.state == STATE_RUNNING; }
+bool Running(const Stats& p_rStats) { return p_rStats.state == SIMULATOR_RUNNING; }
 
 // Sets the pace (output points per second), starts the continuous simulator
 // over 0..100 every 0.5 and waits until the run is running and at least
@@ -61,11 +61,7 @@ std::vector<std::pair<std::string, std::string> > Settings(SteeringClient& p_rCl
   return l_aSettings;
 }
 
-std::string ErrorMessage(SteeringClient& p_rClient) {
-  wxString l_sMessage;
-  EXPECT_EQ(p_rClient.ReceiveErrorMessage(l_sMessage), 1u);
-  return Text(l_sMessage);
-}
+std::string ErrorMessage(SteeringClient& p_rClient) { return quor_test::ErrorMessageOf(p_rClient); }
 
 }  // namespace
 
@@ -87,13 +83,13 @@ TEST_F(SimdTest, AttachedModelDescribesTheSirNet) {
     // Idle, with the default simulator and no pace.
     const Stats l_cStats = ReadStats(c);
     ASSERT_EQ(l_cStats.result, 1u);
-    EXPECT_EQ(l_cStats.state, STATE_IDLE);
+    EXPECT_EQ(l_cStats.state, SIMULATOR_IDLE);
     EXPECT_EQ(l_cStats.category, "Continuous");
     EXPECT_EQ(l_cStats.algorithm, "continuous");
     EXPECT_EQ(l_cStats.speed, 0);
     int l_nState = -1;
     ASSERT_EQ(c.ReadSimulatorState(l_nState), 1u);
-    EXPECT_EQ(l_nState, STATE_IDLE);
+    EXPECT_EQ(l_nState, SIMULATOR_IDLE);
     wxString l_sFirst, l_sSecond;
     ASSERT_EQ(c.ReadCurrentSimulatorName(l_sFirst, l_sSecond), 1u);
     EXPECT_EQ(Text(l_sFirst), "Continuous");
@@ -106,21 +102,14 @@ TEST_F(SimdTest, AttachedModelDescribesTheSirNet) {
     EXPECT_EQ(ReadStats(c).speed, 30);
   });
   // The rows of the result matrix, as the store describes them.
-  ResultMatrixInfo l_cInfo(0);
-  m_pcServer->Handler().GetStore().GetResultMatrixInfo(m_nModel, l_cInfo);
-  ASSERT_EQ(l_cInfo.GetRowCount(), 3u);
-  unsigned int l_nPosition = 0;
-  RM_ROW_TYPE l_eType = RM_ROW_TYPE_OBSERVER;
-  l_cInfo.GetRowInfo(2, l_nPosition, l_eType);
-  EXPECT_EQ(l_nPosition, 2u);
-  EXPECT_EQ(l_eType, RM_ROW_TYPE_PLACE);
+  quor_test::ExpectPlaceRows(m_pcServer->Handler().GetStore(), m_nModel, 3);
 }
 
 TEST_F(SimdTest, AnUnpacedRunFinishesWithTheEnginesResults) {
   RunClient([](SteeringClient& c) {
     ASSERT_EQ(c.CMD_Start(wxT("continuous"), 0, 100, 0.5), 1u);
     Stats l_cStats;
-    ASSERT_TRUE(WaitForState(c, STATE_FINISHED, &l_cStats)) << l_cStats.state;
+    ASSERT_TRUE(WaitForState(c, SIMULATOR_FINISHED, &l_cStats)) << l_cStats.state;
     EXPECT_EQ(l_cStats.progress, 100.0);
     EXPECT_GE(l_cStats.runtime, 0.0);
     EXPECT_EQ(l_cStats.error, 0);
@@ -150,7 +139,7 @@ TEST_F(SimdTest, PauseChangeResumeFollowsTheSteeredTrajectory) {
         c, [](const Stats& s) { return Running(s) && s.progress >= 10.0; }, &l_cStats))
         << l_cStats.state;
     ASSERT_EQ(c.CMD_Pause(), 1u);
-    ASSERT_TRUE(WaitForState(c, STATE_PAUSED, &l_cStats)) << l_cStats.state;
+    ASSERT_TRUE(WaitForState(c, SIMULATOR_PAUSED, &l_cStats)) << l_cStats.state;
 
     // Paused: the results hold still and the marking is that of the last point.
     const Matrix l_aadPaused = ReadResults(c);
@@ -163,7 +152,7 @@ TEST_F(SimdTest, PauseChangeResumeFollowsTheSteeredTrajectory) {
     for (std::size_t p = 0; p < 3; ++p) EXPECT_EQ(l_adMarking[p], l_aadPaused[p][l_nPoints - 1]);
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     EXPECT_EQ(Columns(ReadResults(c)), l_nPoints);
-    EXPECT_EQ(ReadStats(c).state, STATE_PAUSED);
+    EXPECT_EQ(ReadStats(c).state, SIMULATOR_PAUSED);
 
     ASSERT_EQ(c.ChangeCurrentParameterValues(0, LOWER_BETA), 1u);
     std::vector<double> l_adParameters;
@@ -172,7 +161,7 @@ TEST_F(SimdTest, PauseChangeResumeFollowsTheSteeredTrajectory) {
     // The rest of the run as fast as it goes.
     ASSERT_EQ(c.ChanageSimulatorSpeed(0), 1u);
     ASSERT_EQ(c.CMD_Resume(), 1u);
-    ASSERT_TRUE(WaitForState(c, STATE_FINISHED, &l_cStats)) << l_cStats.state;
+    ASSERT_TRUE(WaitForState(c, SIMULATOR_FINISHED, &l_cStats)) << l_cStats.state;
     EXPECT_EQ(l_cStats.progress, 100.0);
     EXPECT_EQ(l_cStats.speed, 0);
 
@@ -200,7 +189,7 @@ TEST_F(SimdTest, AParameterChangeWhileRunningActsFromAnOutputPointOn) {
         << l_cStats.state;
     ASSERT_EQ(c.ChangeCurrentParameterValues(0, LOWER_BETA), 1u);
     ASSERT_EQ(c.ChanageSimulatorSpeed(0), 1u);
-    ASSERT_TRUE(WaitForState(c, STATE_FINISHED, &l_cStats)) << l_cStats.state;
+    ASSERT_TRUE(WaitForState(c, SIMULATOR_FINISHED, &l_cStats)) << l_cStats.state;
     const Matrix l_aadResults = ReadResults(c);
     ASSERT_EQ(Columns(l_aadResults), 201u);
 
@@ -227,7 +216,7 @@ TEST_F(SimdTest, AMarkingChangeWhilePausedHoldsFromThatPoint) {
     Stats l_cStats;
     ASSERT_TRUE(StartPaced(c, 40, 5.0, &l_cStats));
     ASSERT_EQ(c.CMD_Pause(), 1u);
-    ASSERT_TRUE(WaitForState(c, STATE_PAUSED, &l_cStats)) << l_cStats.state;
+    ASSERT_TRUE(WaitForState(c, SIMULATOR_PAUSED, &l_cStats)) << l_cStats.state;
     const std::size_t l_nPoints = Columns(ReadResults(c));
     ASSERT_GT(l_nPoints, 0u);
     // Nobody is susceptible any more.
@@ -238,7 +227,7 @@ TEST_F(SimdTest, AMarkingChangeWhilePausedHoldsFromThatPoint) {
     EXPECT_EQ(l_adMarking[0], 0.0);
     ASSERT_EQ(c.ChanageSimulatorSpeed(0), 1u);
     ASSERT_EQ(c.CMD_Resume(), 1u);
-    ASSERT_TRUE(WaitForState(c, STATE_FINISHED, &l_cStats)) << l_cStats.state;
+    ASSERT_TRUE(WaitForState(c, SIMULATOR_FINISHED, &l_cStats)) << l_cStats.state;
     const Matrix l_aadResults = ReadResults(c);
     ASSERT_EQ(Columns(l_aadResults), 201u);
     EXPECT_GT(l_aadResults[0][l_nPoints - 1], 0.0);
@@ -256,19 +245,19 @@ TEST_F(SimdTest, StopEndsTheRunEarlyAndRestartRunsAnew) {
     Stats l_cStats;
     ASSERT_TRUE(StartPaced(c, 20, 5.0, &l_cStats));
     ASSERT_EQ(c.CMD_Stop(), 1u);
-    ASSERT_TRUE(WaitForState(c, STATE_STOPPED, &l_cStats)) << l_cStats.state;
+    ASSERT_TRUE(WaitForState(c, SIMULATOR_STOPPED, &l_cStats)) << l_cStats.state;
     EXPECT_LT(l_cStats.progress, 100.0);
     const std::size_t l_nPoints = Columns(ReadResults(c));
     EXPECT_GT(l_nPoints, 0u);
     EXPECT_LT(l_nPoints, 201u);
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     EXPECT_EQ(Columns(ReadResults(c)), l_nPoints);
-    EXPECT_EQ(ReadStats(c).state, STATE_STOPPED);
+    EXPECT_EQ(ReadStats(c).state, SIMULATOR_STOPPED);
 
     // A restart over another interval, unpaced, starts from the initial state.
     ASSERT_EQ(c.ChanageSimulatorSpeed(0), 1u);
     ASSERT_EQ(c.CMD_Restart(wxT("continuous"), 0, 50, 1), 1u);
-    ASSERT_TRUE(WaitForState(c, STATE_FINISHED, &l_cStats)) << l_cStats.state;
+    ASSERT_TRUE(WaitForState(c, SIMULATOR_FINISHED, &l_cStats)) << l_cStats.state;
     ExpectSameMatrix(Reference(sim::SirNet(), "continuous", Grid(0, 50, 1)), ReadResults(c));
     // The interval of the last start is the model's.
     double l_dStart = -1, l_dEnd = -1, l_dStep = -1;
@@ -286,13 +275,13 @@ TEST_F(SimdTest, RestartWhileRunningReplacesTheRun) {
     ASSERT_EQ(c.CMD_Start(wxT("continuous"), 0, 10, 1), 1u);
     EXPECT_NE(ErrorMessage(c).find("a run is going on"), std::string::npos);
     l_cStats = ReadStats(c);
-    EXPECT_EQ(l_cStats.state, STATE_RUNNING);
-    EXPECT_EQ(l_cStats.error, ERROR_REFUSED);
+    EXPECT_EQ(l_cStats.state, SIMULATOR_RUNNING);
+    EXPECT_EQ(l_cStats.error, SIMULATOR_ERROR_REFUSED);
     // A restart replaces it.
     ASSERT_EQ(c.ChanageSimulatorSpeed(0), 1u);
     ASSERT_EQ(c.CMD_Restart(wxT("continuous"), 0, 10, 1), 1u);
-    ASSERT_TRUE(WaitForState(c, STATE_FINISHED, &l_cStats)) << l_cStats.state;
-    EXPECT_EQ(l_cStats.error, ERROR_NONE);
+    ASSERT_TRUE(WaitForState(c, SIMULATOR_FINISHED, &l_cStats)) << l_cStats.state;
+    EXPECT_EQ(l_cStats.error, SIMULATOR_ERROR_NONE);
     EXPECT_EQ(ErrorMessage(c), "");
     ExpectSameMatrix(Reference(sim::SirNet(), "continuous", Grid(0, 10, 1)), ReadResults(c));
   });
@@ -303,7 +292,7 @@ TEST_F(SimdTest, RefusedRequestsLeaveAReasonAndChangeNothing) {
     // Nothing to pause, resume or stop.
     ASSERT_EQ(c.CMD_Pause(), 1u);
     EXPECT_NE(ErrorMessage(c).find("pause refused"), std::string::npos);
-    EXPECT_EQ(ReadStats(c).error, ERROR_REFUSED);
+    EXPECT_EQ(ReadStats(c).error, SIMULATOR_ERROR_REFUSED);
     ASSERT_EQ(c.CMD_Resume(), 1u);
     EXPECT_NE(ErrorMessage(c).find("resume refused"), std::string::npos);
     ASSERT_EQ(c.CMD_Stop(), 1u);
@@ -314,7 +303,7 @@ TEST_F(SimdTest, RefusedRequestsLeaveAReasonAndChangeNothing) {
     EXPECT_NE(ErrorMessage(c).find("step"), std::string::npos);
     ASSERT_EQ(c.CMD_Start(wxT("continuous"), 10, 5, 1), 1u);
     EXPECT_NE(ErrorMessage(c).find("start refused"), std::string::npos);
-    EXPECT_EQ(ReadStats(c).state, STATE_IDLE);
+    EXPECT_EQ(ReadStats(c).state, SIMULATOR_IDLE);
 
     // Positions out of range and negative values.
     ASSERT_EQ(c.ChangeCurrentParameterValues(2, 1.0), 1u);
@@ -332,9 +321,9 @@ TEST_F(SimdTest, RefusedRequestsLeaveAReasonAndChangeNothing) {
     // Unknown simulators and state codes.
     ASSERT_EQ(c.WriteCurrentSimulatorName(wxT("Hybrid"), wxT("tau-leaping")), 1u);
     EXPECT_NE(ErrorMessage(c).find("tau-leaping"), std::string::npos);
-    ASSERT_EQ(c.WriteSimulatorState(STATE_FINISHED), 1u);
+    ASSERT_EQ(c.WriteSimulatorState(SIMULATOR_FINISHED), 1u);
     EXPECT_NE(ErrorMessage(c).find("cannot be written"), std::string::npos);
-    EXPECT_EQ(ReadStats(c).state, STATE_IDLE);
+    EXPECT_EQ(ReadStats(c).state, SIMULATOR_IDLE);
     // The list of simulators is the server's.
     ASSERT_EQ(c.WriteAvailableSimulators({}), 1u);
     std::vector<QU_SimulatorCategory> l_aSimulators;
@@ -344,8 +333,8 @@ TEST_F(SimdTest, RefusedRequestsLeaveAReasonAndChangeNothing) {
     // A good start clears the error.
     ASSERT_EQ(c.CMD_Start(wxT("continuous"), 0, 5, 1), 1u);
     Stats l_cStats;
-    ASSERT_TRUE(WaitForState(c, STATE_FINISHED, &l_cStats)) << l_cStats.state;
-    EXPECT_EQ(l_cStats.error, ERROR_NONE);
+    ASSERT_TRUE(WaitForState(c, SIMULATOR_FINISHED, &l_cStats)) << l_cStats.state;
+    EXPECT_EQ(l_cStats.error, SIMULATOR_ERROR_NONE);
   });
 }
 
@@ -369,14 +358,14 @@ TEST_F(SimdTest, ResetsReturnToTheInitialValuesAlsoDuringARun) {
     Stats l_cStats;
     ASSERT_TRUE(StartPaced(c, 40, 5.0, &l_cStats));
     ASSERT_EQ(c.CMD_Pause(), 1u);
-    ASSERT_TRUE(WaitForState(c, STATE_PAUSED, &l_cStats));
+    ASSERT_TRUE(WaitForState(c, SIMULATOR_PAUSED, &l_cStats));
     ASSERT_EQ(c.ChangeCurrentParameterValues(0, LOWER_BETA), 1u);
     ASSERT_EQ(c.ResetParameterValues(), 1u);
     ASSERT_EQ(c.ReadCurrentParameterValues(l_adValues), 1u);
     EXPECT_EQ(l_adValues, (std::vector<double>{BETA, 0.1}));
     ASSERT_EQ(c.ChanageSimulatorSpeed(0), 1u);
     ASSERT_EQ(c.CMD_Resume(), 1u);
-    ASSERT_TRUE(WaitForState(c, STATE_FINISHED, &l_cStats));
+    ASSERT_TRUE(WaitForState(c, SIMULATOR_FINISHED, &l_cStats));
     ExpectSameMatrix(Reference(sim::SirNet(), "continuous", SIR_GRID), ReadResults(c));
   });
 }
@@ -387,19 +376,19 @@ TEST_F(SimdTest, WritingTheStateCommandsTheRun) {
     ASSERT_EQ(c.CMD_Start(wxT(""), 0, 100, 0.5), 1u);
     Stats l_cStats;
     ASSERT_TRUE(WaitForStats(c, Running, &l_cStats));
-    ASSERT_EQ(c.WriteSimulatorState(STATE_PAUSED), 1u);
-    ASSERT_TRUE(WaitForState(c, STATE_PAUSED, &l_cStats)) << l_cStats.state;
-    ASSERT_EQ(c.WriteSimulatorState(STATE_RUNNING), 1u);
-    ASSERT_TRUE(WaitForState(c, STATE_RUNNING, &l_cStats)) << l_cStats.state;
+    ASSERT_EQ(c.WriteSimulatorState(SIMULATOR_PAUSED), 1u);
+    ASSERT_TRUE(WaitForState(c, SIMULATOR_PAUSED, &l_cStats)) << l_cStats.state;
+    ASSERT_EQ(c.WriteSimulatorState(SIMULATOR_RUNNING), 1u);
+    ASSERT_TRUE(WaitForState(c, SIMULATOR_RUNNING, &l_cStats)) << l_cStats.state;
     // Statistics written by a client change the speed only.
     ModelRuntimeState l_cWritten;
     l_cWritten.SetAttributeValue(wxT("SIMULATOR_SPEED"), 0);
-    l_cWritten.SetAttributeValue(wxT("SIMULATOR_STATE"), static_cast<int>(STATE_FAILED));
+    l_cWritten.SetAttributeValue(wxT("SIMULATOR_STATE"), static_cast<int>(SIMULATOR_FAILED));
     ASSERT_EQ(c.WriteModelStatistics(l_cWritten), 1u);
-    ASSERT_TRUE(WaitForState(c, STATE_FINISHED, &l_cStats)) << l_cStats.state;
+    ASSERT_TRUE(WaitForState(c, SIMULATOR_FINISHED, &l_cStats)) << l_cStats.state;
     EXPECT_EQ(l_cStats.speed, 0);
     EXPECT_EQ(Columns(ReadResults(c)), 201u);
-    ASSERT_EQ(c.WriteSimulatorState(STATE_STOPPED), 1u);
+    ASSERT_EQ(c.WriteSimulatorState(SIMULATOR_STOPPED), 1u);
     EXPECT_NE(ErrorMessage(c).find("stop refused"), std::string::npos);
   });
 }
@@ -448,7 +437,7 @@ TEST_F(SimdTest, SettingsAreCheckedByNameAndTheStochasticSimulatorUsesThem) {
     EXPECT_EQ(Text(l_sSecond), "stochastic");
     ASSERT_EQ(c.CMD_Start(wxT("SIR epidemic"), 0, 40, 1), 1u);
     Stats l_cStats;
-    ASSERT_TRUE(WaitForState(c, STATE_FINISHED, &l_cStats)) << l_cStats.state;
+    ASSERT_TRUE(WaitForState(c, SIMULATOR_FINISHED, &l_cStats)) << l_cStats.state;
     EXPECT_EQ(l_cStats.category, "Stochastic");
     EXPECT_EQ(l_cStats.algorithm, "stochastic");
     const Matrix l_aadResults = ReadResults(c);
@@ -473,10 +462,10 @@ TEST_F(SimdTest, TwoClientsSeeTheSameRun) {
                 EXPECT_TRUE(WaitForStats(c, Running, &l_cStats));
                 l_bStarted = true;
                 // Until the watcher has paused the run.
-                EXPECT_TRUE(WaitForState(c, STATE_PAUSED, &l_cStats)) << l_cStats.state;
+                EXPECT_TRUE(WaitForState(c, SIMULATOR_PAUSED, &l_cStats)) << l_cStats.state;
                 ASSERT_EQ(c.ChanageSimulatorSpeed(0), 1u);
                 ASSERT_EQ(c.CMD_Resume(), 1u);
-                EXPECT_TRUE(WaitForState(c, STATE_FINISHED, &l_cStats)) << l_cStats.state;
+                EXPECT_TRUE(WaitForState(c, SIMULATOR_FINISHED, &l_cStats)) << l_cStats.state;
                 const auto l_tDeadline =
                     std::chrono::steady_clock::now() + std::chrono::milliseconds(DEADLINE_MS);
                 while (!l_bWatched && std::chrono::steady_clock::now() < l_tDeadline)
@@ -489,7 +478,7 @@ TEST_F(SimdTest, TwoClientsSeeTheSameRun) {
                   std::this_thread::sleep_for(std::chrono::milliseconds(5));
                 ASSERT_EQ(c.CMD_Pause(), 1u);
                 Stats l_cStats;
-                EXPECT_TRUE(WaitForState(c, STATE_FINISHED, &l_cStats)) << l_cStats.state;
+                EXPECT_TRUE(WaitForState(c, SIMULATOR_FINISHED, &l_cStats)) << l_cStats.state;
                 ExpectSameMatrix(Reference(sim::SirNet(), "continuous", SIR_GRID),
                                  ReadResults(c));
                 l_bWatched = true;
@@ -511,7 +500,7 @@ TEST_F(SimdTest, AnUploadedModelRunsToo) {
     EXPECT_EQ(l_asNames.size(), 2u);
     ASSERT_EQ(c.CMD_Start(wxT("continuous"), 0, 20, 1), 1u);
     Stats l_cStats;
-    ASSERT_TRUE(WaitForState(c, STATE_FINISHED, &l_cStats)) << l_cStats.state;
+    ASSERT_TRUE(WaitForState(c, SIMULATOR_FINISHED, &l_cStats)) << l_cStats.state;
     sim::Net l_cNet = sim::SirNet();
     l_cNet.parameters[1].value = 0.2;
     ExpectSameMatrix(Reference(l_cNet, "continuous", Grid(0, 20, 1)), ReadResults(c));
@@ -535,7 +524,7 @@ TEST_F(SimdTest, RemovingAModelStopsItsRun) {
     ASSERT_EQ(c.GetRuningModelNames(l_asNames), 1u);
     EXPECT_TRUE(l_asNames.empty());
   });
-  EXPECT_EQ(m_pcServer->Handler().GetRun(m_nModel), nullptr);
+  EXPECT_EQ(m_pcServer->Handler().GetRunner(m_nModel), nullptr);
 }
 
 TEST(SimdServerModels, ServesTheNetsThatLoadedAndNamesTheFileThatDidNot) {

@@ -7,12 +7,16 @@
 #define QUOR_TESTS_SIMD_TEST_UTIL_H
 
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <memory>
@@ -24,6 +28,7 @@
 #include "quor/modelruntimestate.h"
 #include "quor/steeringclient.h"
 #include "server_harness.h"
+#include "steering_clients.h"
 #include "simcore/builtinModels.h"
 #include "simcore/simulator.h"
 #include "simd/simdCommon.h"
@@ -34,8 +39,8 @@ namespace simd_test {
 using quor::SteeringClient;
 using quor::sim::Matrix;
 
-// Long enough for a loaded machine; a correct server needs a fraction.
-const int DEADLINE_MS = 60000;
+using quor_test::CLIENT_DEADLINE_MS;
+const int DEADLINE_MS = CLIENT_DEADLINE_MS;
 
 inline std::string Text(const wxString& p_s) { return quor::simd::ToStd(p_s); }
 
@@ -54,52 +59,134 @@ class TempFile {
   std::string m_sPath;
 };
 
-// What the runtime state says, read through ReadModelStatistics.
-struct Stats {
-  unsigned int result = 0;
-  int state = -1;
-  double progress = 0.0;
-  double runtime = 0.0;
-  int error = 0;
-  int speed = 0;
-  std::string category, algorithm;
+// A child process with its stdout and stderr read through pipes. The
+// destructor kills it if it still runs.
+class Child {
+ public:
+  explicit Child(const std::vector<std::string>& p_asArgs) {
+    int l_anOut[2], l_anErr[2];
+    if (::pipe(l_anOut) != 0 || ::pipe(l_anErr) != 0) return;
+    std::vector<char*> l_apArgs;
+    for (const std::string& l_sArg : p_asArgs) l_apArgs.push_back(const_cast<char*>(l_sArg.c_str()));
+    l_apArgs.push_back(nullptr);
+    m_nPid = ::fork();
+    if (m_nPid == 0) {
+      ::dup2(l_anOut[1], 1);
+      ::dup2(l_anErr[1], 2);
+      ::close(l_anOut[0]);
+      ::close(l_anErr[0]);
+      ::close(l_anOut[1]);
+      ::close(l_anErr[1]);
+      ::execv(l_apArgs[0], l_apArgs.data());
+      ::_exit(127);
+    }
+    ::close(l_anOut[1]);
+    ::close(l_anErr[1]);
+    m_nOut = l_anOut[0];
+    m_nErr = l_anErr[0];
+  }
+  ~Child() {
+    if (m_nPid > 0 && m_nStatus < 0) {
+      ::kill(m_nPid, SIGKILL);
+      int l_nStatus = 0;
+      ::waitpid(m_nPid, &l_nStatus, 0);
+    }
+    if (m_nOut >= 0) ::close(m_nOut);
+    if (m_nErr >= 0) ::close(m_nErr);
+  }
+
+  bool Started() const { return m_nPid > 0; }
+  void Signal(int p_nSignal) { ::kill(m_nPid, p_nSignal); }
+
+  // Waits for a whole line on stdout that contains p_sText; returns it, or
+  // "" when the deadline passed or the program ended first.
+  std::string WaitForLine(const std::string& p_sText, int p_nTimeoutMs = DEADLINE_MS) {
+    const auto l_tDeadline =
+        std::chrono::steady_clock::now() + std::chrono::milliseconds(p_nTimeoutMs);
+    for (;;) {
+      std::size_t l_nStart = 0;
+      for (std::size_t l_nEnd; (l_nEnd = m_sOut.find('\n', l_nStart)) != std::string::npos;
+           l_nStart = l_nEnd + 1) {
+        const std::string l_sLine = m_sOut.substr(l_nStart, l_nEnd - l_nStart);
+        if (l_sLine.find(p_sText) != std::string::npos) return l_sLine;
+      }
+      if (std::chrono::steady_clock::now() > l_tDeadline || !Drain(50)) return "";
+    }
+  }
+
+  // Waits for the line "<p_sPrefix><port>" on stdout; the port, or 0 when
+  // none came.
+  unsigned int WaitForPort(const std::string& p_sPrefix) {
+    const std::string l_sLine = WaitForLine(p_sPrefix);
+    if (l_sLine.compare(0, p_sPrefix.size(), p_sPrefix) != 0) return 0;
+    return static_cast<unsigned int>(std::strtoul(l_sLine.c_str() + p_sPrefix.size(), NULL, 10));
+  }
+
+  // Waits for the program to end; its exit status, or -1 when it did not
+  // end in time (or ended by a signal).
+  int Wait(int p_nTimeoutMs = DEADLINE_MS) {
+    const auto l_tDeadline =
+        std::chrono::steady_clock::now() + std::chrono::milliseconds(p_nTimeoutMs);
+    while (m_nStatus < 0 && std::chrono::steady_clock::now() < l_tDeadline) {
+      int l_nStatus = 0;
+      if (::waitpid(m_nPid, &l_nStatus, WNOHANG) == m_nPid) {
+        m_nStatus = l_nStatus;
+        break;
+      }
+      Drain(20);
+    }
+    while (Drain(0)) {
+    }
+    if (m_nStatus < 0 || !WIFEXITED(m_nStatus)) return -1;
+    return WEXITSTATUS(m_nStatus);
+  }
+
+  const std::string& Out() const { return m_sOut; }
+  const std::string& Err() const { return m_sErr; }
+
+ private:
+  // Reads what is there (waiting up to p_nMillis); false once both pipes
+  // are closed and empty.
+  bool Drain(int p_nMillis) {
+    pollfd l_acFds[2] = {{m_nOut, POLLIN, 0}, {m_nErr, POLLIN, 0}};
+    if (m_nOut < 0 && m_nErr < 0) {
+      if (p_nMillis > 0) std::this_thread::sleep_for(std::chrono::milliseconds(p_nMillis));
+      return false;
+    }
+    if (::poll(l_acFds, 2, p_nMillis) <= 0) return true;
+    bool l_bAny = false;
+    int* l_apnFds[2] = {&m_nOut, &m_nErr};
+    std::string* l_apsTexts[2] = {&m_sOut, &m_sErr};
+    for (int i = 0; i < 2; ++i) {
+      if (*l_apnFds[i] < 0 || l_acFds[i].revents == 0) continue;
+      char l_acBuffer[4096];
+      const ssize_t l_nRead = ::read(*l_apnFds[i], l_acBuffer, sizeof(l_acBuffer));
+      if (l_nRead > 0) {
+        l_apsTexts[i]->append(l_acBuffer, static_cast<std::size_t>(l_nRead));
+        l_bAny = true;
+      } else {
+        ::close(*l_apnFds[i]);
+        *l_apnFds[i] = -1;
+      }
+    }
+    return l_bAny || m_nOut >= 0 || m_nErr >= 0;
+  }
+
+  pid_t m_nPid = -1;
+  int m_nOut = -1, m_nErr = -1;
+  int m_nStatus = -1;
+  std::string m_sOut, m_sErr;
 };
 
-inline Stats ReadStats(SteeringClient& p_rClient) {
-  quor::ModelRuntimeState l_cState;
-  Stats l_cStats;
-  l_cStats.result = p_rClient.ReadModelStatistics(l_cState);
-  l_cStats.state = l_cState.GetAttributeValueInt(wxT("SIMULATOR_STATE"));
-  l_cStats.progress = l_cState.GetAttributeValueDouble(wxT("SIMULATOR_PROGRESS"));
-  l_cStats.runtime = l_cState.GetAttributeValueDouble(wxT("SIMULATOR_RUNTIME"));
-  l_cStats.error = l_cState.GetAttributeValueInt(wxT("ERROR_STATE"));
-  l_cStats.speed = l_cState.GetAttributeValueInt(wxT("SIMULATOR_SPEED"));
-  l_cStats.category = Text(l_cState.GetAttributeValueString(wxT("SIMULATOR_CATEGORY")));
-  l_cStats.algorithm = Text(l_cState.GetAttributeValueString(wxT("CURRENT_SIMULATOR_ALGORITHM")));
-  return l_cStats;
-}
-
-// Polls the runtime state until the predicate holds (true) or the deadline
-// passes (false); the last state read goes to *p_pcLast.
+// The runtime state and its polling (tests/support/steering_clients.h).
+typedef quor_test::RunStats Stats;
+inline Stats ReadStats(SteeringClient& p_rClient) { return quor_test::ReadRunStats(p_rClient); }
 inline bool WaitForStats(SteeringClient& p_rClient, const std::function<bool(const Stats&)>& p_fDone,
                          Stats* p_pcLast = nullptr, int p_nTimeoutMs = DEADLINE_MS) {
-  const auto l_tDeadline =
-      std::chrono::steady_clock::now() + std::chrono::milliseconds(p_nTimeoutMs);
-  Stats l_cStats;
-  for (;;) {
-    l_cStats = ReadStats(p_rClient);
-    if (p_pcLast != nullptr) *p_pcLast = l_cStats;
-    if (l_cStats.result != 1) return false;
-    if (p_fDone(l_cStats)) return true;
-    if (std::chrono::steady_clock::now() > l_tDeadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  }
+  return quor_test::WaitForRunStats(p_rClient, p_fDone, p_pcLast, p_nTimeoutMs);
 }
-
 inline bool WaitForState(SteeringClient& p_rClient, int p_nState, Stats* p_pcLast = nullptr) {
-  return WaitForStats(
-      p_rClient, [p_nState](const Stats& p_rStats) { return p_rStats.state == p_nState; },
-      p_pcLast);
+  return quor_test::WaitForRunState(p_rClient, p_nState, p_pcLast);
 }
 
 inline Matrix ReadResults(SteeringClient& p_rClient) {
@@ -177,33 +264,11 @@ class SimdTest : public ::testing::Test {
 
   wxString Service() const { return wxString::Format(wxT("%u"), m_nPort); }
 
-  // Runs each body on a thread of its own with a client connected to the
-  // server and attached to model p_nIndex, while the main thread runs the
-  // event loop, until every body has returned.
+  // Runs each body on a thread of its own with a client attached to model
+  // p_nIndex, while the main thread runs the event loop.
   void RunClients(const std::vector<std::function<void(SteeringClient&)> >& p_afBodies,
                   int p_nIndex = 0) {
-    std::atomic<std::size_t> l_nDone{0};
-    std::vector<std::thread> l_acThreads;
-    for (const auto& l_fBody : p_afBodies) {
-      l_acThreads.emplace_back([this, &l_nDone, l_fBody, p_nIndex] {
-        {
-          SteeringClient l_cClient(wxT("127.0.0.1"), Service());
-          l_cClient.SetTimeout(30);
-          if (l_cClient.ConnectToServer(true) != 1) {
-            ADD_FAILURE() << "no connection";
-          } else if (l_cClient.Initialize(p_nIndex) != 1) {
-            ADD_FAILURE() << "cannot attach to model " << p_nIndex;
-          } else {
-            l_fBody(l_cClient);
-          }
-          delete l_cClient.GetModel();
-        }
-        ++l_nDone;
-      });
-    }
-    EXPECT_TRUE(quor_test::RunEventLoopUntil(
-        [&] { return l_nDone == p_afBodies.size(); }, 4 * DEADLINE_MS));
-    for (std::thread& l_cThread : l_acThreads) l_cThread.join();
+    EXPECT_TRUE(quor_test::RunClientThreads(Service(), p_afBodies, p_nIndex));
   }
   void RunClient(const std::function<void(SteeringClient&)>& p_fBody, int p_nIndex = 0) {
     RunClients({p_fBody}, p_nIndex);

@@ -12,18 +12,6 @@ namespace simd {
 
 const char* const DEFAULT_SIMULATOR = "continuous";
 
-const char* StateName(int p_nState) {
-  switch (p_nState) {
-    case STATE_IDLE: return "idle";
-    case STATE_RUNNING: return "running";
-    case STATE_PAUSED: return "paused";
-    case STATE_STOPPED: return "stopped";
-    case STATE_FINISHED: return "finished";
-    case STATE_FAILED: return "failed";
-    default: return "unknown";
-  }
-}
-
 std::vector<QU_SimulatorCategory> SimulatorCategories() {
   std::vector<QU_SimulatorCategory> l_aCategories;
   for (const sim::SimulatorKind& l_cKind : sim::AvailableSimulators()) {

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Vocabulary shared by the parts of the simulation server: the simulator
-// state codes that clients read, the simulators on offer, text conversion
-// and logging.
+// Vocabulary shared by the parts of the simulation server: the simulators
+// on offer, text conversion and logging.
 #ifndef QUOR_SIMD_SIMDCOMMON_H
 #define QUOR_SIMD_SIMDCOMMON_H
 
@@ -11,31 +10,23 @@
 #include <string>
 #include <vector>
 
+#include "quor/simulatorState.h"
 #include "quor/steeringcontrol.h"
 
 namespace quor {
 namespace simd {
 
-// "SIMULATOR_STATE" of a model (the runtime state and the simulator-state
-// request report the same code).
-enum SimulatorState : int {
-  STATE_IDLE = 0,      // loaded, no run yet
-  STATE_RUNNING = 1,   // a run is going on
-  STATE_PAUSED = 2,    // a run waits at an output point for a resume
-  STATE_STOPPED = 3,   // the last run was stopped before its end
-  STATE_FINISHED = 4,  // the last run produced every output point
-  STATE_FAILED = 5     // the last run could not start or could not go on
-};
-
-// "ERROR_STATE" of a model; the text goes with it (error-message request).
-enum ErrorState : int {
-  ERROR_NONE = 0,     // nothing went wrong since the last start
-  ERROR_REFUSED = 1,  // a command or a change was refused
-  ERROR_RUN = 2       // the simulation failed
-};
-
-// "idle", "running", ... ("unknown" for any other code).
-const char* StateName(int p_nState);
+// The simulator-state codes are the library's (quor/simulatorState.h).
+// These old names stand for them only until the steering demo and the
+// engine's model tests, which still use them, move to the library's names;
+// the server itself does not use them.
+constexpr int STATE_IDLE = SIMULATOR_IDLE;
+constexpr int STATE_RUNNING = SIMULATOR_RUNNING;
+constexpr int STATE_PAUSED = SIMULATOR_PAUSED;
+constexpr int STATE_STOPPED = SIMULATOR_STOPPED;
+constexpr int STATE_FINISHED = SIMULATOR_FINISHED;
+constexpr int STATE_FAILED = SIMULATOR_FAILED;
+inline const char* StateName(int p_nState) { return SimulatorStateName(p_nState); }
 
 // The simulators of the engine, each in a category of its own:
 // {"Continuous", 0, {"continuous"}}, {"Stochastic", 1, {"stochastic"}}.
