@@ -828,13 +828,14 @@ TEST_F(Wire, StringListThatCannotBeSizedIsAnAllocationFailure) {
 }
 
 TEST_F(Wire, StringThatCannotBeCopiedIsAnAllocationFailure) {
-  std::vector<wxString> l_asList;
+  std::vector<wxString> l_asList{wxT("keep")};
   PeerSends({Le<uint32_t>(30000), Le<uint64_t>(1), Le<int16_t>(30000), Bytes(30000, 'z')});
-  // The first block of 30000 bytes holds the text; the second copies it.
+  // The first block of 30000 bytes holds the text; the second is the string
+  // decoded from it.
   EXPECT_EQ(WithFailingAllocation(30000, 1, [&] { return m_cVector.ReceiveVectorString(l_asList); },
                                   kAllocationFailure[0]),
             FAILURE);
-  EXPECT_EQ(l_asList.size(), 1u);
+  EXPECT_EQ(l_asList, std::vector<wxString>{wxT("keep")});
 }
 
 TEST(WireEdges, FailedStringCountIsFailureNotTheTransfersCode) {
@@ -1032,7 +1033,10 @@ TEST(WireEdges, FailedColumnsAreReturnedAtOnce) {
   EXPECT_EQ(l_cPair.Peer().Received(), Acks(1));
 }
 
-TEST_F(Wire, FailedValuesLeaveTheMatrixWithItsNewSize) {
+// The rows are made once their values have arrived: a peer that announces
+// rows and sends no values costs the receiver nothing, and the caller's
+// matrix is as it was.
+TEST_F(Wire, FailedValuesLeaveTheMatrixAsItWas) {
   Matrix l_aadMatrix{{1.0}};
   m_cPair.Run([](RawPeer& p) {
     p.SendValue<uint64_t>(3);
@@ -1042,7 +1046,7 @@ TEST_F(Wire, FailedValuesLeaveTheMatrixWithItsNewSize) {
   });
   EXPECT_EQ(m_cVector.ReceiveVector2D(l_aadMatrix), 3u);  // the transfer's own code
   m_cPair.Join();
-  EXPECT_EQ(l_aadMatrix.size(), 3u);
+  EXPECT_EQ(l_aadMatrix, Matrix{{1.0}});
 }
 
 // ================================================================ sub-matrix
