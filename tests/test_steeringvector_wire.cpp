@@ -14,6 +14,7 @@
 #include <memory>
 #include <new>
 
+#include "allocation_hook.h"
 #include "log_capture.h"
 #include "quor/attributeStruct.h"
 #include "quor/attributeTransitionConnection.h"
@@ -29,48 +30,13 @@ using quor::SteeringVector;
 
 // ------------------------------------------------------------ allocation hook
 //
-// Allocations of this program go through the functions below, so that a test
-// can make one allocation fail on its own thread and watch the library's
+// Allocations of this program go through the hook, so that a test can make
+// one allocation fail on its own thread and watch the library's
 // allocation-failure path.
 
-namespace {
-thread_local size_t t_nFailAtLeast = 0;  // 0: no failure armed
-thread_local int t_nSkip = 0;
-
-// Out of line, so that the compiler does not pair the malloc and free of
-// these functions with the new and delete expressions that call them.
-__attribute__((noinline)) void* Acquire(size_t p_nSize) {
-  if (t_nFailAtLeast != 0 && p_nSize >= t_nFailAtLeast && t_nSkip-- == 0) {
-    t_nFailAtLeast = 0;
-    throw std::bad_alloc();
-  }
-  void* l_p = std::malloc(p_nSize ? p_nSize : 1);
-  if (l_p == nullptr) throw std::bad_alloc();
-  return l_p;
-}
-__attribute__((noinline)) void Release(void* p_p) noexcept { std::free(p_p); }
-}  // namespace
-
-void* operator new(size_t p_nSize) { return Acquire(p_nSize); }
-void* operator new[](size_t p_nSize) { return Acquire(p_nSize); }
-void operator delete(void* p_p) noexcept { Release(p_p); }
-void operator delete[](void* p_p) noexcept { Release(p_p); }
-void operator delete(void* p_p, size_t) noexcept { Release(p_p); }
-void operator delete[](void* p_p, size_t) noexcept { Release(p_p); }
+QUOR_TEST_ALLOCATION_HOOK()
 
 namespace {
-
-// While it lives, the allocation of at least p_nAtLeast bytes made on this
-// thread after p_nSkip such allocations throws std::bad_alloc (once).
-class FailingAllocation {
- public:
-  FailingAllocation(size_t p_nAtLeast, int p_nSkip) {
-    t_nSkip = p_nSkip;
-    t_nFailAtLeast = p_nAtLeast;
-  }
-  ~FailingAllocation() { t_nFailAtLeast = 0; }
-  bool Fired() const { return t_nFailAtLeast == 0; }
-};
 
 // ------------------------------------------------------------ wire images
 

@@ -384,7 +384,7 @@ unsigned int SteeringClient::ReceiveCurrentValues(
   // A failed code frame (the count not yet asked for) passes its result on;
   // so does a failed count or value frame.
   if (l_nResult != 1) return l_nResult;
-  if (m_pcModel != NULL) (m_pcModel->*p_pfStore)(p_adValues);
+  if (m_pcModel != NULL) TRY_ALLOC((m_pcModel->*p_pfStore)(p_adValues), return FAILURE);
   return 1;
 }
 

@@ -55,13 +55,16 @@ unsigned int AttributeTransitionConnection::PackValue(void* p_pBuffer) {
 }
 
 // The records are read into a new list that replaces this one only when all
-// of it was read: on a refused read the arcs are unchanged.
+// of it was read: on a refused read the arcs are unchanged. The count has
+// been checked against the bytes already in the block and charged at a
+// record's cost, so the list is sized for it at once.
 unsigned int AttributeTransitionConnection::UnPackValue(const void* p_pBuffer) {
   coding::Reader l_cReader(p_pBuffer);
   unsigned int l_nCount = 0;
   if (!l_cReader.GetCount(&l_nCount, PACKED_EMPTY_RECORD_SIZE, sizeof(Transitions)))
     return l_cReader.Consumed();
   std::vector<Transitions> l_aValue;
+  l_aValue.reserve(l_nCount);
   for (unsigned int l_n = 0; l_n < l_nCount; ++l_n) {
     l_aValue.emplace_back();
     Transitions& l_cRecord = l_aValue.back();
@@ -125,7 +128,7 @@ unsigned int AttributeTransitionConnection::UnPackVectorConnection(
   if (!l_cReader.GetCount(&l_nCount, PACKED_CONNECTION_SIZE, sizeof(PlaceTransitionConnection)))
     return l_cReader.Consumed();
   std::vector<PlaceTransitionConnection> l_acList;
-  l_acList.reserve(l_nCount);  // the count's 12 bytes each are in the block
+  l_acList.reserve(l_nCount);  // checked against the block and charged, as above
   for (unsigned int l_n = 0; l_n < l_nCount; ++l_n) {
     int32_t l_nType = 0;
     double l_dWeight = 0.0;

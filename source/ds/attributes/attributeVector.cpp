@@ -207,14 +207,17 @@ unsigned int AttributeVectorString::PackValue(void* p_pBuffer) {
   return static_cast<unsigned int>(l_pPosition - static_cast<char*>(p_pBuffer));
 }
 
-// A count of 0 empties the list. The strings are decoded into a new list,
-// which grows as they are read and replaces this one only when every string
-// was read: on a refused read the list is unchanged.
+// A count of 0 empties the list. The strings are decoded into a new list
+// that replaces this one only when every string was read: on a refused read
+// the list is unchanged. The count has been checked against the bytes
+// already in the block and charged at a string's cost, so the list is sized
+// for it at once.
 unsigned int AttributeVectorString::UnPackValue(const void* p_pBuffer) {
   coding::Reader l_cReader(p_pBuffer);
   unsigned int l_nCount = 0;
   if (!l_cReader.GetCount(&l_nCount, 4, coding::TEXT_COST)) return l_cReader.Consumed();
   std::vector<wxString> l_asValue;
+  l_asValue.reserve(l_nCount);
   for (unsigned int l_n = 0; l_n < l_nCount; ++l_n) {
     wxString l_sValue;
     if (!UnPackText(l_cReader, &l_sValue)) return l_cReader.Consumed();

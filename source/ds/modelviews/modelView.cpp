@@ -102,10 +102,7 @@ void ModelView::SetTitle(const wxString& p_sTitle) {
 }
 
 AttributeVectorAttribute* ModelView::GetCurves() {
-  if (m_pcAttributeList == NULL) return NULL;
-  AttributeList::iterator l_itCurves = m_pcAttributeList->find(keys::CURVE_INFO);
-  if (l_itCurves == m_pcAttributeList->end()) return NULL;
-  return dynamic_cast<AttributeVectorAttribute*>(l_itCurves->second);
+  return FindAttribute<AttributeVectorAttribute>(keys::CURVE_INFO);
 }
 
 void ModelView::AddNewCurve(const unsigned long long& p_nIndex, wxString& p_sName,
