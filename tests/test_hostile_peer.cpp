@@ -786,3 +786,145 @@ TEST(HostileServer, RegistrationReturnsAndCommitsLittle) {
     }
   }
 }
+
+// ================================================================ per connection
+//
+// A model, a view or a runtime state that a client receives reads under the
+// client's value limit and reports its unclean frames to the client.
+
+TEST(ConnectionLimits, ModelsViewsAndStatisticsReceiveUnderTheClientsLimit) {
+  quor::Model l_cSource(nullptr, wxT("net"), 1, 1);
+  const WireModel l_cImage = ImageOf(l_cSource);
+  const Bytes l_aStream = FortyByteStreamThatStops();
+  ClientSession l_cSession([&](RawPeer& p) {
+    // Initialize(0): a model whose block is larger than the client admits.
+    p.RecvValue<int32_t>();
+    p.SendValue<uint32_t>(1);
+    p.RecvValue<int32_t>();
+    p.RecvValue<int32_t>();
+    p.RecvValue<int32_t>();
+    p.SendValue<uint32_t>(0);
+    p.SendValue<uint64_t>(5000);
+    // Initialize(0) again: the model, with views.
+    p.RecvValue<int32_t>();
+    p.SendValue<uint32_t>(1);
+    p.RecvValue<int32_t>();
+    p.RecvValue<int32_t>();
+    p.RecvValue<int32_t>();
+    SendModel(p, l_cImage);
+    // ReadModelViews: more views than the client admits.
+    p.RecvValue<int32_t>();
+    p.SendValue<uint32_t>(1000);
+    // ReadModelStatistics: a block whose stream stops early.
+    p.RecvValue<int32_t>();
+    p.SendValue<uint64_t>(300);
+    SendStream(p, l_aStream.size(), l_aStream);
+  });
+  ASSERT_EQ(l_cSession.Connected(), 1u);
+  quor::SteeringClient& l_rClient = l_cSession.Client();
+  l_rClient.SetMaxValueSize(4000);
+  LogCapture l_cLog;
+  EXPECT_EQ(l_rClient.Initialize(0), FAILURE);
+  EXPECT_EQ(l_cLog.Texts(), std::vector<std::string>{"Error: cannot allocate memory"});
+  l_rClient.SetMaxValueSize(100 * quor::ModelView::MemoryOfOne());
+  ASSERT_EQ(l_rClient.Initialize(0), 1u);
+  EXPECT_EQ(l_rClient.ReadModelViews(), FAILURE);
+  EXPECT_EQ(l_cLog.Texts(), std::vector<std::string>(2, "Error: cannot allocate memory"));
+  EXPECT_EQ(l_rClient.UncleanFrames(), 0u);
+  quor::ModelRuntimeState l_cState;
+  l_rClient.ReadModelStatistics(l_cState);
+  EXPECT_EQ(l_rClient.UncleanFrames(), 1u);
+  EXPECT_FALSE(l_rClient.LastFrameClean());
+  delete l_rClient.GetModel();
+}
+
+// Without a current model, the requests that need one send nothing; the
+// reads that also store into it still return what they read.
+TEST(ConnectionLimits, RequestsThatNeedAModelAreSafeWithoutOne) {
+  ClientSession l_cSession([](RawPeer& p) {
+    p.RecvValue<int32_t>();  // 9
+    p.SendFrame(Doubles({1.0, 2.0, 3.0}));
+    p.RecvValue<int32_t>();  // 18
+    p.SendValue<uint64_t>(2);
+    p.SendFrame(Doubles({4.0, 5.0}));
+  });
+  ASSERT_EQ(l_cSession.Connected(), 1u);
+  quor::SteeringClient& l_rClient = l_cSession.Client();
+  EXPECT_EQ(l_rClient.ReadModelViews(), FAILURE);
+  EXPECT_EQ(l_rClient.WriteModelViews(), FAILURE);
+  double l_dStart = 0, l_dEnd = 0, l_dStep = 0;
+  EXPECT_EQ(l_rClient.ReadSimulationInterval(l_dStart, l_dEnd, l_dStep), FAILURE);
+  EXPECT_EQ(l_dEnd, 2.0);
+  std::vector<double> l_adValues;
+  EXPECT_EQ(l_rClient.ReadCurrentParameterValues(l_adValues), 1u);
+  EXPECT_EQ(l_adValues, (std::vector<double>{4.0, 5.0}));
+  EXPECT_EQ(ToHex(l_cSession.FromClient()),
+            ToHex(Cat({Le<int32_t>(9), Acks(1), Le<int32_t>(18), Acks(2)})));
+}
+
+// ================================================================ on their own
+//
+// The receive paths after the bytes have arrived take a block and no
+// connection, so that they can be fed bytes directly (a fuzz target does).
+
+TEST(StandaloneReceive, BlocksUnpackWithinTheirBoundsAndBudget) {
+  quor::ResultMatrixInfo l_cSource(2);
+  l_cSource.SetRowInfo(1, 7, quor::RM_ROW_TYPE_TRANSITION);
+  const Bytes l_aBlock = Hex("02 00 00 00 02 00 00 00 00 00 00 00 07 00 00 00 "
+                             "02 00 00 00 00 00 00 00 01 00 00 00");
+  quor::ResultMatrixInfo l_cInfo(0);
+  auto l_fUnpack = [&](const char* p_pBlock, unsigned long long p_nSize) {
+    return l_cInfo.UnPackValue(p_pBlock, p_nSize);
+  };
+  const char* l_pBlock = reinterpret_cast<const char*>(l_aBlock.data());
+  EXPECT_EQ(quor::SteeringBase::UnpackBlock(l_pBlock, l_aBlock.size() - 1, 1 << 20, l_fUnpack),
+            FAILURE);
+  EXPECT_EQ(l_cInfo.GetRowCount(), 0u);
+  {
+    LogCapture l_cLog;
+    EXPECT_EQ(quor::SteeringBase::UnpackBlock(l_pBlock, l_aBlock.size(), 8, l_fUnpack), FAILURE);
+    EXPECT_EQ(l_cLog.Texts(), std::vector<std::string>{"Error: cannot allocate memory"});
+  }
+  EXPECT_EQ(quor::SteeringBase::UnpackBlock(l_pBlock, l_aBlock.size(), 1 << 20, l_fUnpack), 1u);
+  unsigned int l_nPosition = 0;
+  quor::RM_ROW_TYPE l_eType = quor::RM_ROW_TYPE_PLACE;
+  l_cInfo.GetRowInfo(1, l_nPosition, l_eType);
+  EXPECT_EQ(l_nPosition, 7u);
+  EXPECT_EQ(l_eType, quor::RM_ROW_TYPE_TRANSITION);
+
+  quor::ModelRuntimeState l_cSent, l_cState;
+  l_cSent.SetAttributeValue(wxString(quor::keys::SIMULATOR_STATE), 4);
+  const Bytes l_aState = PackedAttributes(l_cSent);
+  EXPECT_EQ(quor::SteeringBase::UnpackBlock(
+                reinterpret_cast<const char*>(l_aState.data()), l_aState.size(), 1 << 20,
+                [&](const char* p_p, unsigned long long p_n) { return l_cState.UnPackAttributes(p_p, p_n); }),
+            1u);
+  EXPECT_EQ(l_cState.GetAttributeValueInt(quor::keys::SIMULATOR_STATE), 4);
+}
+
+TEST(StandaloneReceive, StringListsAreDecodedFromTheirLengthsAndText) {
+  std::vector<wxString> l_asList{wxT("keep")};
+  const std::string l_sText = "abcdef";
+  EXPECT_EQ(quor::SteeringVector::DecodeVectorString({3, 0, 2}, l_sText.data(), 6, l_asList), 1u);
+  EXPECT_EQ(l_asList, (std::vector<wxString>{wxT("abc"), wxT(""), wxT("de")}));
+  EXPECT_EQ(quor::SteeringVector::DecodeVectorString({3, 4}, l_sText.data(), 6, l_asList), FAILURE);
+  EXPECT_EQ(quor::SteeringVector::DecodeVectorString({-1}, l_sText.data(), 6, l_asList), FAILURE);
+  EXPECT_EQ(l_asList.size(), 3u);
+}
+
+TEST(StandaloneReceive, InflatingAFrameNeverWritesPastItAndZeroesTheRest) {
+  const Bytes l_aStream = FortyByteStreamThatStops();
+  std::vector<char> l_aDest(64, 'X');
+  EXPECT_FALSE(quor::SteeringCommunicator::InflateFrame(l_aStream.data(), l_aStream.size(),
+                                                        l_aDest.data(), 50));
+  EXPECT_EQ(std::string(l_aDest.data() + 40, 10), std::string(10, '\0'));
+  EXPECT_EQ(std::string(l_aDest.data() + 50, 14), std::string(14, 'X'));
+  const Bytes l_aValue(50, 0x42);
+  const Bytes l_aClean = Deflate(l_aValue);
+  EXPECT_TRUE(quor::SteeringCommunicator::InflateFrame(l_aClean.data(), l_aClean.size(),
+                                                       l_aDest.data(), 50));
+  EXPECT_EQ(Bytes(l_aDest.begin(), l_aDest.begin() + 50), l_aValue);
+  EXPECT_FALSE(quor::SteeringCommunicator::InflateFrame(l_aClean.data(), l_aClean.size(),
+                                                        l_aDest.data(), 49));
+  EXPECT_EQ(std::string(l_aDest.data() + 50, 14), std::string(14, 'X'));
+}
