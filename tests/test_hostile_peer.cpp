@@ -555,10 +555,10 @@ TEST(Amplification, StringCountIsChargedAtTheCostOfAString) {
   ExpectRefusedAtTheirCost(quor::keys::PARAMETER_NAMES, 1u << 20, 4, 16 * MiB);
 }
 
-// The same for the arcs: a record packs in 16 bytes and costs 96. (2^20
-// records: 16 MiB packed, 96 MiB as records.)
+// The same for the arcs: a record packs in 16 bytes and costs 96. (2^18
+// records: 4 MiB packed, 24 MiB as records.)
 TEST(Amplification, ArcRecordCountIsChargedAtTheCostOfARecord) {
-  ExpectRefusedAtTheirCost(quor::keys::TRANSITION_CONNECTION, 1u << 20, 16, 32 * MiB);
+  ExpectRefusedAtTheirCost(quor::keys::TRANSITION_CONNECTION, 1u << 18, 16, 8 * MiB);
 }
 
 // Within the limit, a received list of records costs a small factor of its
