@@ -65,9 +65,9 @@ void SendStream(RawPeer& p, uint64_t p_nLength, const Bytes& p_aStream) {
   p.Read(1);
 }
 
-// The stream of issue's reproducer: a zlib header, a stored block that is
-// not the last one and carries 40 bytes, the 40 bytes, and nothing after
-// them: it inflates to 40 bytes and never ends.
+// A stream that once disclosed heap memory: a zlib header, a stored block
+// that is not the last one and carries 40 bytes, the 40 bytes, and nothing
+// after them: it inflates to 40 bytes and never ends.
 Bytes FortyByteStreamThatStops() {
   Bytes l_a = Hex("78 01 00 28 00 d7 ff");
   for (int i = 0; i < 40; ++i) l_a.push_back(static_cast<uint8_t>('a' + i % 26));
@@ -109,9 +109,9 @@ TEST(HostileFrame, StreamThatStopsEarlyLeavesThePeersBytesThenZeros) {
   EXPECT_EQ(l_cPair.Peer().Received(), Hex("61 61"));
 }
 
-// The reproducer: a 300-character name whose text travels as that
-// stream. The name is the peer's 40 characters: none of the 'X' that an
-// earlier block of that size left in the heap.
+// The disclosure as it was found: a 300-character name whose text travels
+// as that stream. The name is the peer's 40 characters: none of the 'X' that
+// an earlier block of that size left in the heap.
 TEST(HostileFrame, TruncatedNameIsThePeersTextNeverOldHeapContents) {
   LoopbackPair l_cPair;
   quor::SteeringBase l_cBase(l_cPair.Socket());
