@@ -12,6 +12,9 @@
 #include <wx/string.h>
 
 #include <new>
+#include <stdexcept>
+
+#include "quor/coding.h"
 
 namespace quor {
 
@@ -55,10 +58,10 @@ void DropReport(const wxString& p_sReport);
 wxString ReportSourcePath(const char* p_sFile);
 
 // The largest block the library allocates in one piece for a size that a
-// peer announced (4 GiB plus room for a terminator and zlib's worst-case
-// growth). One frame never moves more than 4 GiB - 1 bytes, so a larger
-// announcement cannot be honest; it is treated as an allocation failure.
-constexpr unsigned long long MAX_BLOCK_SIZE = 0x100000000ull + 0x1000000ull;
+// peer announced: the largest frame plus room for a terminator and zlib's
+// worst-case growth of it. A larger announcement cannot be honest; it is
+// treated as an allocation failure.
+constexpr unsigned long long MAX_BLOCK_SIZE = MAX_FRAME_SIZE + (MAX_FRAME_SIZE >> 10);
 
 // new[] of p_nSize bytes. Throws std::bad_alloc when the size exceeds
 // MAX_BLOCK_SIZE or the allocator fails; meant to be used inside TRY_ALLOC.
@@ -80,7 +83,8 @@ char* NewBlock(unsigned long long p_nSize);
     }                                                                          \
   } while (0)
 
-// Run an allocating statement. If the allocation throws, log
+// Run an allocating statement. If the allocation throws (std::bad_alloc, or
+// std::length_error for a size no container can hold), log
 // "Error: cannot allocate memory", build and drop the try report, and perform
 // the action. Variables the statement assigns must be declared before it.
 #define TRY_ALLOC(p_statement, p_action)                                       \
@@ -89,6 +93,8 @@ char* NewBlock(unsigned long long p_nSize);
     try {                                                                      \
       p_statement;                                                             \
     } catch (const std::bad_alloc&) {                                          \
+      l_bQuorAllocFailed = true;                                               \
+    } catch (const std::length_error&) {                                       \
       l_bQuorAllocFailed = true;                                               \
     }                                                                          \
     if (l_bQuorAllocFailed) {                                                  \

@@ -9,8 +9,6 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 
-#include <new>
-
 namespace quor {
 
 namespace {
@@ -23,13 +21,6 @@ unsigned int Then(unsigned int p_nResult, F p_fNext) {
   return p_nResult == 1 ? p_fNext() : p_nResult;
 }
 
-// Counted values are 8 bytes wide and travel in one frame, which carries at
-// most 4 GiB - 1 bytes; a larger count cannot be honest and is refused like
-// an allocation that fails.
-unsigned long long FrameableCount(unsigned long long p_nCount) {
-  if (p_nCount > 0xFFFFFFFFull / 8) throw std::bad_alloc();
-  return p_nCount;
-}
 }  // namespace
 
 SteeringClient::SteeringClient(const wxString& p_sHost, const wxString& p_sService)
@@ -258,12 +249,18 @@ unsigned int SteeringClient::_ChangeCurrentModel(const unsigned int& p_nModelInd
   });
 }
 
+// Without a current model there is nothing to hold the views: nothing is
+// sent.
 unsigned int SteeringClient::ReadModelViews() {
-  return Request(REQUEST_READ_MODEL_VIEWS, CODE_FAILURE_IS_FAILURE,
-                 [&] { return m_pcModel->ReceiveModelViews(); });
+  CHECK_POINTER(m_pcModel, return FAILURE);
+  return Request(REQUEST_READ_MODEL_VIEWS, CODE_FAILURE_IS_FAILURE, [&] {
+    ReceivingFor l_cFor(*m_pcModel, *this);
+    return m_pcModel->ReceiveModelViews();
+  });
 }
 
 unsigned int SteeringClient::WriteModelViews() {
+  CHECK_POINTER(m_pcModel, return FAILURE);
   return Request(REQUEST_WRITE_MODEL_VIEWS, CODE_FAILURE_IS_FAILURE,
                  [&] { return m_pcModel->SendModelViews(); });
 }
@@ -283,7 +280,7 @@ unsigned int SteeringClient::WriteSimulatorState(const int& p_nState) {
 unsigned int SteeringClient::ReadSimulationInterval(double& p_dStart, double& p_dEnd,
                                                     double& p_dSampling) {
   return Request(REQUEST_READ_SIMULATION_INTERVAL, CODE_FAILURE_IS_FAILURE, [&] {
-    if (ReceiveSimulationInterval(p_dStart, p_dEnd, p_dSampling) == 1) {
+    if (ReceiveSimulationInterval(p_dStart, p_dEnd, p_dSampling) == 1 && m_pcModel != NULL) {
       m_pcModel->SetOutputStartPoint(p_dStart);
       m_pcModel->SetOutputEndPoint(p_dEnd);
       m_pcModel->SetOutputSamplingSize(p_dSampling);
@@ -377,14 +374,7 @@ unsigned int SteeringClient::ChangeCurrentPlaceValues(const unsigned long long& 
 template <typename T>
 unsigned int SteeringClient::ReceiveCounted(REQUEST_TYPE p_eCode, std::vector<T>& p_aValues) {
   static_assert(sizeof(T) == 8, "counted values are 8 bytes wide");
-  return Request(p_eCode, CODE_FAILURE_PASSED_ON, [&] {
-    p_aValues.clear();
-    unsigned long long l_nCount = 0;
-    if (ReceiveValue(&l_nCount, sizeof(l_nCount)) != 1) return FAILURE;
-    if (l_nCount == 0) return 1u;
-    TRY_ALLOC(p_aValues.resize(FrameableCount(l_nCount)), return FAILURE);
-    return ReceiveValue(p_aValues.data(), static_cast<unsigned int>(l_nCount * sizeof(T)));
-  });
+  return Request(p_eCode, CODE_FAILURE_PASSED_ON, [&] { return ReceiveArray(p_aValues); });
 }
 
 unsigned int SteeringClient::ReceiveCurrentValues(
@@ -394,7 +384,7 @@ unsigned int SteeringClient::ReceiveCurrentValues(
   // A failed code frame (the count not yet asked for) passes its result on;
   // so does a failed count or value frame.
   if (l_nResult != 1) return l_nResult;
-  (m_pcModel->*p_pfStore)(p_adValues);
+  if (m_pcModel != NULL) TRY_ALLOC((m_pcModel->*p_pfStore)(p_adValues), return FAILURE);
   return 1;
 }
 
