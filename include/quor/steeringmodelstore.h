@@ -205,8 +205,8 @@ class SteeringModelStore {
               const std::function<bool(T&)>& p_fChange);
   template <typename T>
   std::shared_ptr<const T> Share(int p_nId, std::shared_ptr<T> Entry::*p_pField);
-  void Replace(int p_nId, std::shared_ptr<SteeringMatrix> Entry::*p_pField,
-               std::shared_ptr<SteeringMatrix> p_pcMatrix);
+  template <typename M>
+  void Replace(int p_nId, std::shared_ptr<SteeringMatrix> Entry::*p_pField, M&& p_aadMatrix);
 
   wxMutex m_cMutex;
   int m_nNextId;

@@ -103,6 +103,13 @@ std::unique_ptr<SteeringMatrix> CopyOf(const SteeringMatrix& p_aadSource) {
   return l_pcCopy;
 }
 
+// A copy of a snapshot, empty for none (or when it cannot be allocated).
+SteeringMatrix CopyOut(const SteeringMatrixSnapshot& p_pcMatrix) {
+  SteeringMatrix l_aadCopy;
+  if (p_pcMatrix) TRY_ALLOC(l_aadCopy = *p_pcMatrix, return SteeringMatrix());
+  return l_aadCopy;
+}
+
 // Appends the column; false (nothing changed) when it does not fit.
 bool AppendColumn(SteeringMatrix& p_aadMatrix, const std::vector<double>& p_adColumn) {
   if (p_aadMatrix.empty()) p_aadMatrix.resize(p_adColumn.size());
@@ -229,14 +236,18 @@ bool SteeringModelStore::Change(int p_nId, std::shared_ptr<T> Entry::*p_pField,
     }
     // The old version (if swapped out) goes here, outside the lock.
     l_pcCopy.reset();
-    l_pcCopy = CopyOf(*l_pcSeen);
+    TRY_ALLOC(l_pcCopy = CopyOf(*l_pcSeen), return false);
   }
 }
 
+template <typename M>
 void SteeringModelStore::Replace(int p_nId, std::shared_ptr<SteeringMatrix> Entry::*p_pField,
-                                 std::shared_ptr<SteeringMatrix> p_pcMatrix) {
-  // The old matrix is freed outside the lock, with p_pcMatrix.
-  WithEntry(p_nId, [&](Entry& p_rEntry) { (p_rEntry.*p_pField).swap(p_pcMatrix); });
+                                 M&& p_aadMatrix) {
+  // Copied or moved in before the lock is taken.
+  std::shared_ptr<SteeringMatrix> l_pcMatrix;
+  TRY_ALLOC(l_pcMatrix = std::make_shared<SteeringMatrix>(std::forward<M>(p_aadMatrix)), return);
+  // The old matrix is freed outside the lock, with l_pcMatrix.
+  WithEntry(p_nId, [&](Entry& p_rEntry) { (p_rEntry.*p_pField).swap(l_pcMatrix); });
 }
 
 // Running models.
@@ -433,18 +444,15 @@ void SteeringModelStore::SetViews(int p_nId, Model& p_cSource) {
 // as snapshots, or grown by a column.
 
 void SteeringModelStore::SetResultMatrix(int p_nId, const SteeringMatrix& p_aadMatrix) {
-  SetResultMatrix(p_nId, SteeringMatrix(p_aadMatrix));
+  Replace(p_nId, &Entry::m_pcResults, p_aadMatrix);
 }
 
 void SteeringModelStore::SetResultMatrix(int p_nId, SteeringMatrix&& p_aadMatrix) {
-  std::shared_ptr<SteeringMatrix> l_pcMatrix;
-  TRY_ALLOC(l_pcMatrix = std::make_shared<SteeringMatrix>(std::move(p_aadMatrix)), return);
-  Replace(p_nId, &Entry::m_pcResults, std::move(l_pcMatrix));
+  Replace(p_nId, &Entry::m_pcResults, std::move(p_aadMatrix));
 }
 
 SteeringMatrix SteeringModelStore::GetResultMatrix(int p_nId) {
-  const SteeringMatrixSnapshot l_pcMatrix = ShareResultMatrix(p_nId);
-  return l_pcMatrix ? *l_pcMatrix : SteeringMatrix();
+  return CopyOut(ShareResultMatrix(p_nId));
 }
 
 SteeringMatrixSnapshot SteeringModelStore::ShareResultMatrix(int p_nId) {
@@ -452,18 +460,15 @@ SteeringMatrixSnapshot SteeringModelStore::ShareResultMatrix(int p_nId) {
 }
 
 void SteeringModelStore::SetRateMatrix(int p_nId, const SteeringMatrix& p_aadMatrix) {
-  SetRateMatrix(p_nId, SteeringMatrix(p_aadMatrix));
+  Replace(p_nId, &Entry::m_pcRates, p_aadMatrix);
 }
 
 void SteeringModelStore::SetRateMatrix(int p_nId, SteeringMatrix&& p_aadMatrix) {
-  std::shared_ptr<SteeringMatrix> l_pcMatrix;
-  TRY_ALLOC(l_pcMatrix = std::make_shared<SteeringMatrix>(std::move(p_aadMatrix)), return);
-  Replace(p_nId, &Entry::m_pcRates, std::move(l_pcMatrix));
+  Replace(p_nId, &Entry::m_pcRates, std::move(p_aadMatrix));
 }
 
 SteeringMatrix SteeringModelStore::GetRateMatrix(int p_nId) {
-  const SteeringMatrixSnapshot l_pcMatrix = ShareRateMatrix(p_nId);
-  return l_pcMatrix ? *l_pcMatrix : SteeringMatrix();
+  return CopyOut(ShareRateMatrix(p_nId));
 }
 
 SteeringMatrixSnapshot SteeringModelStore::ShareRateMatrix(int p_nId) {
