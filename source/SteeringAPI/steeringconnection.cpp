@@ -123,6 +123,8 @@ bool SteeringConnection::ServeNextRequest(SteeringServerProtocol& p_cProtocol) {
   unsigned int l_nResult = p_cProtocol.ReceiveRequestCode(l_nCode);
   if (l_nResult != SUCCESS) {
     if (l_cDeadline.Late()) return Fail(wxT("a request code did not arrive") + l_sLate);
+    // Not a byte of a request: the peer closed between requests.
+    if (m_pcSocket->LastCount() == 0) return Report(3, wxT("closed by the peer"));
     return Fail(wxString::Format(wxT("broken request code frame (result %d)"),
                                  static_cast<int>(l_nResult)));
   }
@@ -142,12 +144,15 @@ bool SteeringConnection::ServeNextRequest(SteeringServerProtocol& p_cProtocol) {
 
 // Readability of the connection or of the wake-up descriptor, for at most
 // the idle limit. A peer that has closed its side with nothing left to read
-// is a normal end.
+// is a normal end. Readable without the end flagged is taken for a request
+// without a look at the bytes (a system call less per request); the end can
+// be readable a moment before it is flagged, and the request code then
+// finds it (ServeNextRequest).
 SteeringConnection::Wait SteeringConnection::WaitForRequest() {
   typedef std::chrono::steady_clock Clock;
   const bool l_bLimited = m_cLimits.m_nIdleLimit > 0;
   const Clock::time_point l_cEnd = Clock::now() + std::chrono::seconds(m_cLimits.m_nIdleLimit);
-  pollfd l_acPoll[2] = {{m_nFd, POLLIN, 0}, {m_nWakeUp, POLLIN, 0}};
+  pollfd l_acPoll[2] = {{m_nFd, POLLIN | POLLRDHUP, 0}, {m_nWakeUp, POLLIN, 0}};
   for (;;) {
     int l_nMillis = -1;
     if (l_bLimited) {
@@ -161,10 +166,11 @@ SteeringConnection::Wait SteeringConnection::WaitForRequest() {
     }
     if (l_nReady == 0) return WAIT_IDLE;
     if (l_acPoll[1].revents != 0) return WAIT_STOPPED;
-    // Readable is a request or the end, and poll's flags cannot always tell
-    // (the end may be readable a moment before it is flagged as the end).
-    // Bytes may also wait before the peer's end: a request sent just before
-    // a close is answered (its reply then fails).
+    const short l_nEvents = l_acPoll[0].revents;
+    if ((l_nEvents & POLLIN) != 0 && (l_nEvents & (POLLRDHUP | POLLHUP | POLLERR)) == 0)
+      return WAIT_REQUEST;  // most often; the end may still follow (see above)
+    // Bytes may wait before the peer's end: a request sent just before a
+    // close is answered (its reply then fails).
     char l_cByte = 0;
     const ssize_t l_nPeeked = ::recv(m_nFd, &l_cByte, 1, MSG_PEEK | MSG_DONTWAIT);
     if (l_nPeeked > 0) return WAIT_REQUEST;

@@ -2,6 +2,7 @@
 #include "quor/steeringdeadline.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -33,7 +34,11 @@ class DeadlineWatcher {
 
   static DeadlineWatcher& Get() {
     // Never destroyed: the thread may still sleep when the process ends.
-    static DeadlineWatcher* s_pcWatcher = new DeadlineWatcher;
+    static DeadlineWatcher* s_pcWatcher = [] {
+      // A forked child has no watcher thread: it starts its own.
+      ::pthread_atfork(nullptr, nullptr, [] { s_bForked.store(true); });
+      return new DeadlineWatcher;
+    }();
     return *s_pcWatcher;
   }
 
@@ -55,16 +60,16 @@ class DeadlineWatcher {
   }
 
  private:
-  // REQUIRES: m_cMutex is held. True when the thread runs in this process
-  // (after a fork the child starts its own).
+  // REQUIRES: m_cMutex is held. True when the thread runs in this process.
   bool Running() {
-    if (m_nProcess == ::getpid()) return true;
+    if (m_bRunning && !s_bForked.load()) return true;
     try {
       std::thread(&DeadlineWatcher::Run, this).detach();
     } catch (...) {
       return false;
     }
-    m_nProcess = ::getpid();
+    m_bRunning = true;
+    s_bForked.store(false);
     m_apcRunning.clear();
     m_cWake = Clock::time_point::max();
     return true;
@@ -110,8 +115,11 @@ class DeadlineWatcher {
   std::condition_variable m_cChanged;
   std::vector<SteeringDeadline*> m_apcRunning;
   Clock::time_point m_cWake = Clock::time_point::max();
-  pid_t m_nProcess = 0;
+  bool m_bRunning = false;
+  static std::atomic<bool> s_bForked;
 };
+
+std::atomic<bool> DeadlineWatcher::s_bForked{false};
 
 SteeringDeadline::SteeringDeadline(wxSocketBase* p_pcSocket, int p_nSeconds)
     : SteeringDeadline(p_pcSocket, p_nSeconds > 0
