@@ -24,6 +24,8 @@
 #include "quor/modelruntimestate.h"
 #include "quor/steeringcontrol.h"
 #include "quor/steeringcmd.h"
+#include "quor/steeringdeadline.h"
+#include "quor/steeringvaluecodec.h"
 #include "quor/steeringserver.h"
 #include "quor/steeringclient.h"
 #include "quor/steeringmodelstore.h"

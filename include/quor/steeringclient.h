@@ -44,8 +44,11 @@ class SteeringClient : public SteeringCMD {
   // Closes and destroys the socket. The current model is left to its owner.
   ~SteeringClient() override;
 
-  // The socket timeout in seconds, for the connection wait and every
-  // transfer.
+  // The timeout in seconds: of the socket, for the connection wait and
+  // every transfer, and of every request as a whole (see Request in
+  // steeringclient.cpp): the connection and the version together, a
+  // registration, each request from its code to its last frame. A request
+  // that runs out of time returns its failure and closes the connection.
   void SetTimeout(const int& p_nSeconds);
 
   // Connects to the stored host and service (without waiting, the

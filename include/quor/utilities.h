@@ -44,6 +44,16 @@ wxString ResultName(unsigned int p_nResult);
 // Off the main thread the call holds the wxWidgets GUI mutex.
 void LOG(unsigned long p_nLevel, const wxString& p_sMessage);
 
+// The text that LOG and LogText put before a message of a level: "Error: "
+// (1), "Warning: " (2), "Notice: " (3), nothing for any other level. For
+// programs that format log lines of their own in the library's words.
+const wxChar* LogLevelPrefix(unsigned long p_nLevel);
+
+// Like LOG, but the text is taken as it is: a '%' in it is a percent sign,
+// never a conversion. For texts that carry names, addresses or anything
+// else the library did not write itself.
+void LogText(unsigned long p_nLevel, const wxString& p_sText);
+
 // The reports of CHECK_POINTER and TRY_ALLOC are formatted and then dropped:
 // the caller learns of the failure from the returned value alone. A test or a
 // debugging session can install a sink that sees every dropped report; with
