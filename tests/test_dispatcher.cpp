@@ -111,6 +111,10 @@ class RecordingHandler : public SteeringHandler {
   void OnCommand(unsigned int c, CMD_TYPE p_eCommand, double p_dValue) override {
     Record(c, "command " + std::to_string(p_eCommand), p_dValue);
   }
+  int OnRemoveModel(unsigned int c, const wxString& p_sName) override {
+    Record(c, "remove " + Text(p_sName));
+    return SteeringHandler::OnRemoveModel(c, p_sName);
+  }
   void OnChangeSimulatorSpeed(unsigned int c, unsigned int p_nSpeed) override {
     Record(c, "speed " + std::to_string(p_nSpeed));
     SteeringHandler::OnChangeSimulatorSpeed(c, p_nSpeed);
@@ -1098,6 +1102,26 @@ TEST_F(DispatcherFaultTest, AListBeyondTheValueSizeLimitEndsTheConnection) {
   });
   EXPECT_NE(l_nSent, 1u);
   ExpectDroppedAndOthersServed(1, "request 27: 20 positions announced");
+}
+
+// A name whose compressed text stops after 40 of its 300 bytes: the frame
+// itself succeeds with zeros in place of the rest, but the application never
+// sees such a name and the connection is dropped with the reason.
+TEST_F(DispatcherFaultTest, ANameFromAStreamThatStopsEarlyNeverReachesTheHandler) {
+  std::unique_ptr<RawPeer> l_pcPeer = AnnouncedPeer();
+  ASSERT_NE(l_pcPeer, nullptr);
+  Bytes l_aStream = Hex("78 01 00 28 00 d7 ff");
+  for (int i = 0; i < 40; ++i) l_aStream.push_back(static_cast<uint8_t>('a' + i % 26));
+  EXPECT_TRUE(l_pcPeer->SendValue<int32_t>(REQUEST_REMOVE_MODEL));
+  EXPECT_TRUE(l_pcPeer->SendValue<uint64_t>(300));
+  EXPECT_TRUE(l_pcPeer->Write(Le<uint64_t>(l_aStream.size())));
+  EXPECT_EQ(l_pcPeer->Read(1), Bytes{0x61});
+  EXPECT_TRUE(l_pcPeer->Write(l_aStream));
+  EXPECT_EQ(l_pcPeer->Read(1), Bytes{0x61});
+  // No answer (the 4-byte count of removed models) follows: only the end.
+  EXPECT_TRUE(l_pcPeer->WaitForClose(10000));
+  EXPECT_EQ(m_cHandler.Calls(), std::vector<std::string>());
+  ExpectDroppedAndOthersServed(1, "request 20: a compressed value was not a clean zlib stream");
 }
 
 TEST(Dispatcher, StartNeedsAListeningServer) {

@@ -83,11 +83,20 @@ class SteeringBase : public SteeringCommunicator {
   // sized) or cannot be allocated; otherwise the elements' frame result.
   template <typename T>
   unsigned int ReceiveArray(std::vector<T>& p_aList) {
-    static_assert(std::is_trivially_copyable<T>::value && !std::is_same<T, bool>::value,
-                  "raw bytes only");
     p_aList.clear();
     unsigned long long l_nCount = 0;
     if (ReceiveValue(&l_nCount, sizeof(l_nCount)) != 1) return FAILURE;
+    return ReceiveArrayOf(l_nCount, p_aList);
+  }
+
+  // The second half of ReceiveArray, for a receiver that has read the count
+  // itself: the list is emptied, and for a count other than 0 the elements
+  // are received as ReceiveArray receives them, with the same results.
+  template <typename T>
+  unsigned int ReceiveArrayOf(unsigned long long l_nCount, std::vector<T>& p_aList) {
+    static_assert(std::is_trivially_copyable<T>::value && !std::is_same<T, bool>::value,
+                  "raw bytes only");
+    p_aList.clear();
     if (l_nCount == 0) return 1;
     unsigned int l_nLength = 0;
     TRY_ALLOC(l_nLength = AffordableFrame(l_nCount, sizeof(T)), return FAILURE);
@@ -127,6 +136,8 @@ class SteeringBase : public SteeringCommunicator {
   // std::bad_alloc (for TRY_ALLOC) when they do not fit one frame or would
   // cost more than the value limit.
   unsigned int AffordableFrame(unsigned long long p_nCount, unsigned long long p_nWidth) const;
+  // The same judgement without throwing: true when AffordableFrame accepts.
+  bool Affords(unsigned long long p_nCount, unsigned long long p_nWidth) const;
   // Throws std::bad_alloc (for TRY_ALLOC) when p_nBytes exceed the value
   // limit.
   void RequireAffordable(unsigned long long p_nBytes) const;

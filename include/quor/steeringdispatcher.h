@@ -84,7 +84,7 @@ class SteeringDispatcher {
   // connection is refused.
   void SetMaxConnections(unsigned int p_nConnections);
   // The most bytes one received value may take
-  // (SteeringValueCodec::DEFAULT_MAX_VALUE_SIZE by default); a request that
+  // (DEFAULT_MAX_VALUE_SIZE by default); a request that
   // announces more ends its connection.
   void SetMaxValueSize(unsigned long long p_nBytes);
 

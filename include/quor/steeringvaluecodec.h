@@ -48,18 +48,15 @@ typedef std::shared_ptr<const Model> ModelSnapshot;
 
 class SteeringValueCodec {
  public:
-  // The largest value one received list may announce, unless set otherwise:
-  // 1 GiB.
-  static constexpr unsigned long long DEFAULT_MAX_VALUE_SIZE = 1ull << 30;
-
   // The values travel over p_cWire's connection. REQUIRES: p_cWire outlives
   // the codec.
   explicit SteeringValueCodec(SteeringCMD& p_cWire);
 
-  // The most bytes the values of one counted list may take; a larger count
-  // is refused (FAILURE, see Problem) before anything is sized by it.
-  void SetMaxValueSize(unsigned long long p_nBytes) { m_nMaxValueSize = p_nBytes; }
-  unsigned long long GetMaxValueSize() const { return m_nMaxValueSize; }
+  // The most memory one received value may cost: the limit of the codec's
+  // connection (SteeringCommunicator::SetMaxValueSize). A larger value is
+  // refused (FAILURE, see Problem) before anything is sized by it.
+  void SetMaxValueSize(unsigned long long p_nBytes) { m_rWire.SetMaxValueSize(p_nBytes); }
+  unsigned long long GetMaxValueSize() const { return m_rWire.GetMaxValueSize(); }
 
   // The values in order, each in its own frames, up to the first that
   // fails. Returns the result of the last frame attempted (1 when all went
@@ -129,7 +126,6 @@ class SteeringValueCodec {
   unsigned int SendCounted(const std::vector<T>& p_aValue);
 
   SteeringCMD& m_rWire;
-  unsigned long long m_nMaxValueSize = DEFAULT_MAX_VALUE_SIZE;
   wxString m_sProblem;
 
   SteeringValueCodec(const SteeringValueCodec&) = delete;

@@ -199,10 +199,13 @@ unsigned int SteeringBase::UnpackBlock(const char* p_pBlock, unsigned long long 
 
 unsigned int SteeringBase::AffordableFrame(unsigned long long p_nCount,
                                            unsigned long long p_nWidth) const {
+  if (!Affords(p_nCount, p_nWidth)) throw std::bad_alloc();
+  return static_cast<unsigned int>(p_nCount * p_nWidth);
+}
+
+bool SteeringBase::Affords(unsigned long long p_nCount, unsigned long long p_nWidth) const {
   unsigned int l_nLength = 0;
-  if (!coding::FrameLength(p_nCount, p_nWidth, &l_nLength)) throw std::bad_alloc();
-  RequireAffordable(l_nLength);
-  return l_nLength;
+  return coding::FrameLength(p_nCount, p_nWidth, &l_nLength) && l_nLength <= GetMaxValueSize();
 }
 
 void SteeringBase::RequireAffordable(unsigned long long p_nBytes) const {

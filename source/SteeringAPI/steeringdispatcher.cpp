@@ -51,7 +51,7 @@ SteeringDispatcher::SteeringDispatcher(SteeringServer& p_cServer, SteeringHandle
       m_nTimeout(DEFAULT_TIMEOUT_SECONDS),
       m_nIdleLimit(DEFAULT_IDLE_LIMIT_SECONDS),
       m_nMaxConnections(DEFAULT_MAX_CONNECTIONS),
-      m_nMaxValueSize(SteeringValueCodec::DEFAULT_MAX_VALUE_SIZE),
+      m_nMaxValueSize(DEFAULT_MAX_VALUE_SIZE),
       m_bStarted(false),
       m_bStopped(false),
       m_bStopping(false),

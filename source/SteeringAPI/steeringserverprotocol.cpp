@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "steeringserverprotocol.h"
 
+#include <memory>
+
 #include "quor/model.h"
 #include "quor/modelruntimestate.h"
 #include "quor/resultMatrixInfo.h"
@@ -34,15 +36,24 @@ unsigned int SteeringServerProtocol::Answer(int p_nCode, SteeringDeadline* p_pcD
   m_pcDeadline = p_pcDeadline;
   m_sProblem.clear();
   m_cCodec.ClearProblem();
+  m_nUncleanBefore = m_cWire.UncleanFrames();
   unsigned int l_nResult = FAILURE;
   try {
     l_nResult = Row(p_nCode);
+  } catch (const UncleanRequest&) {
+    l_nResult = FAILURE;
   } catch (...) {
     // A handler that throws ends its own connection only.
     m_sProblem = wxT("an exception was thrown");
     l_nResult = FAILURE;
   }
   m_pcDeadline = nullptr;
+  if (!FramesClean()) {
+    // The frames reported success with zeros where the stream fell short;
+    // a peer that sends such blocks is not served on.
+    m_sProblem = wxT("a compressed value was not a clean zlib stream");
+    l_nResult = FAILURE;
+  }
   if (m_sProblem.empty()) m_sProblem = m_cCodec.Problem();
   return l_nResult;
 }
@@ -205,10 +216,11 @@ unsigned int SteeringServerProtocol::AnswerRegistration() {
   unsigned int l_nResult = m_cCodec.Receive(l_nOption);
   if (l_nResult != SUCCESS) return l_nResult;
   if (l_nOption == STEERING_NEW_MODEL) {
-    Model* l_pcModel = m_cWire._ReceiveExistingModel(m_cWire.GetClientSocket());
-    if (l_pcModel == NULL) return FAILURE;
+    // Freed here unless the handler takes it.
+    std::unique_ptr<Model> l_pcModel(m_cWire._ReceiveExistingModel(m_cWire.GetClientSocket()));
+    if (!l_pcModel) return FAILURE;
     SteeringModelStore::Detach(*l_pcModel);
-    Call([&] { m_rHandler.OnUploadModel(m_nConnection, l_pcModel); });
+    Call([&] { m_rHandler.OnUploadModel(m_nConnection, l_pcModel.release()); });
     return SUCCESS;
   }
   int l_nIndex = 0;

@@ -70,12 +70,21 @@ class SteeringServerProtocol {
     Call([&] { (m_rHandler.*p_pOperation)(m_nConnection, p_values...); });
     return m_cCodec.Send(p_values...);
   }
-  // Runs the application's code with the request's clock stopped.
+  // Thrown by Call to end a row whose values the application must not see.
+  struct UncleanRequest {};
+  // Runs the application's code with the request's clock stopped, unless
+  // a value of this request arrived as a compressed block that was not a
+  // clean zlib stream: the application never sees such values, nothing is
+  // answered, and Answer fails the request.
   template <typename F>
   void Call(F p_fOperation) {
+    if (!FramesClean()) throw UncleanRequest();
     SteeringDeadline::Pause l_cPause(m_pcDeadline);
     p_fOperation();
   }
+  // True while every compressed value of the request being answered was a
+  // clean zlib stream of exactly its size.
+  bool FramesClean() const { return m_cWire.UncleanFrames() == m_nUncleanBefore; }
 
   SteeringHandler& m_rHandler;
   const unsigned int m_nConnection;
@@ -83,6 +92,7 @@ class SteeringServerProtocol {
   SteeringCMD m_cWire;
   SteeringValueCodec m_cCodec;
   SteeringDeadline* m_pcDeadline = nullptr;
+  unsigned long long m_nUncleanBefore = 0;
   wxString m_sProblem;
 
   SteeringServerProtocol(const SteeringServerProtocol&) = delete;

@@ -13,10 +13,6 @@ namespace quor {
 
 namespace {
 
-// The largest counted list one frame can carry: its values travel as one
-// value frame, whose size is a 32-bit count.
-constexpr unsigned long long FRAME_BYTES = 0xFFFFFFFFull;
-
 // For the time of a send, a set on this connection holds the attributes of
 // another set (a snapshot that other threads may read too) instead of its
 // own: the pointers are borrowed, nothing is copied, and the set's own
@@ -114,17 +110,16 @@ unsigned int SteeringValueCodec::SendOne(const std::vector<QU_SimulatorCategory>
 
 template <typename T>
 unsigned int SteeringValueCodec::ReceiveCounted(std::vector<T>& p_aValue, const wxChar* p_sWhat) {
-  static_assert(sizeof(T) == 8, "counted values are 8 bytes wide");
   unsigned long long l_nCount = 0;
   const unsigned int l_nResult = ReceiveOne(l_nCount);
   p_aValue.clear();
   if (l_nResult != SUCCESS || l_nCount == 0) return l_nResult;
-  if (l_nCount > FRAME_BYTES / sizeof(T) || l_nCount * sizeof(T) > m_nMaxValueSize) {
+  // The wire's own judgement of the count, told in the dispatcher's words.
+  if (!m_rWire.Affords(l_nCount, sizeof(T))) {
     m_sProblem = wxString::Format(wxT("%llu %s announced"), l_nCount, p_sWhat);
     return FAILURE;
   }
-  TRY_ALLOC(p_aValue.resize(l_nCount), return FAILURE);
-  return m_rWire.ReceiveValue(p_aValue.data(), static_cast<unsigned int>(l_nCount * sizeof(T)));
+  return m_rWire.ReceiveArrayOf(l_nCount, p_aValue);
 }
 
 template <typename T>
@@ -173,6 +168,8 @@ unsigned int SteeringValueCodec::SendOne(ModelRuntimeState& p_cValue) {
 }
 
 unsigned int SteeringValueCodec::ReceiveOne(Model& p_cViews) {
+  // The views arrive on this connection, under its limit.
+  SteeringCommunicator::ReceivingFor l_cOnBehalf(p_cViews, m_rWire);
   return p_cViews.ReceiveModelViews();
 }
 
