@@ -2,9 +2,11 @@
 #include "simcore/net.h"
 
 #include <cmath>
+#include <memory>
 #include <set>
 #include <stdexcept>
 
+#include "simcore/rateFunction.h"
 #include "simcore/textNumbers.h"
 
 namespace quor {
@@ -30,6 +32,20 @@ std::size_t OutputGrid::Count() const {
   double l_dIntervals = (end - start) / step;
   double l_dWhole = std::floor(l_dIntervals + 1e-9 * (1.0 + l_dIntervals));
   return static_cast<std::size_t>(l_dWhole) + 1;
+}
+
+std::string Transition::RateText() const {
+  switch (rateKind) {
+    case RateKind::Parameter: return parameterName;
+    case RateKind::Function: return function;
+    case RateKind::Constant: break;
+  }
+  return FormatDouble(rateValue);
+}
+
+std::string Transition::Describe() const {
+  if (name.empty() || name == id) return "transition '" + id + "'";
+  return "transition '" + name + "' (id '" + id + "')";
 }
 
 std::size_t Net::FindPlace(const std::string& p_sId) const {
@@ -89,6 +105,39 @@ std::size_t Net::AddParameterTransition(const std::string& p_sId,
   return transitions.size() - 1;
 }
 
+std::size_t Net::AddFunctionTransition(const std::string& p_sId, const std::string& p_sFunction) {
+  std::size_t l_nTransition = AddTransition(p_sId, 1.0);
+  transitions[l_nTransition].rateKind = RateKind::Function;
+  transitions[l_nTransition].function = p_sFunction;
+  return l_nTransition;
+}
+
+std::size_t Net::AddRateTransition(const std::string& p_sId, const std::string& p_sRate) {
+  std::size_t l_nTransition = AddTransition(p_sId, 1.0);
+  SetRate(l_nTransition, p_sRate);
+  return l_nTransition;
+}
+
+void Net::SetRate(std::size_t p_nTransition, const std::string& p_sRate) {
+  Transition& l_rTransition = transitions.at(p_nTransition);
+  const std::string l_sRate = Trim(p_sRate);
+  double l_dValue = 0.0;
+  l_rTransition.parameter = kNoIndex;
+  l_rTransition.parameterName.clear();
+  l_rTransition.function.clear();
+  if (ParseDouble(l_sRate, l_dValue)) {
+    l_rTransition.rateKind = RateKind::Constant;
+    l_rTransition.rateValue = l_dValue;
+  } else if (!l_sRate.empty() && FindParameter(l_sRate) != kNoIndex) {
+    l_rTransition.rateKind = RateKind::Parameter;
+    l_rTransition.parameterName = l_sRate;
+    l_rTransition.parameter = FindParameter(l_sRate);
+  } else {
+    l_rTransition.rateKind = RateKind::Function;
+    l_rTransition.function = p_sRate;
+  }
+}
+
 void Net::AddInputArc(const std::string& p_sPlace, const std::string& p_sTransition,
                       double p_dWeight) {
   AddArc(p_sPlace, p_sTransition, p_dWeight, true);
@@ -140,8 +189,26 @@ std::string Net::Validate() {
     if (!IsUsableNumber(l_rParameter.value))
       return "parameter '" + l_rParameter.name + "' has a value that is negative or not finite";
   }
+  std::unique_ptr<RateSymbols> l_pcSymbols;
+  NetState l_cInitial;
   for (Transition& l_rTransition : transitions) {
-    if (l_rTransition.rateKind == RateKind::Constant) {
+    if (l_rTransition.rateKind == RateKind::Function) {
+      l_rTransition.parameter = kNoIndex;
+      if (!l_pcSymbols) {
+        l_pcSymbols.reset(new RateSymbols(*this));
+        l_cInitial = InitialState();
+      }
+      std::string l_sProblem;
+      std::unique_ptr<RateFunction> l_pcFunction =
+          CompileTransitionRate(l_rTransition, *l_pcSymbols, &l_sProblem);
+      if (!l_pcFunction) return l_sProblem;
+      const double l_dRate = l_pcFunction->Evaluate(
+          l_cInitial.marking.data(), l_cInitial.parameters.data(), l_cInitial.time);
+      if (!IsUsableNumber(l_dRate))
+        return l_rTransition.Describe() + ": the rate function '" +
+               l_rTransition.function + "' gives " + FormatDouble(l_dRate) +
+               " in the initial state (a rate must be a finite number >= 0)";
+    } else if (l_rTransition.rateKind == RateKind::Constant) {
       if (!IsUsableNumber(l_rTransition.rateValue))
         return "transition '" + l_rTransition.id + "' has a rate that is negative or not finite";
       l_rTransition.parameter = kNoIndex;
