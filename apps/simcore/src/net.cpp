@@ -119,22 +119,25 @@ std::size_t Net::AddRateTransition(const std::string& p_sId, const std::string& 
 }
 
 void Net::SetRate(std::size_t p_nTransition, const std::string& p_sRate) {
-  Transition& l_rTransition = transitions.at(p_nTransition);
+  SetRate(transitions.at(p_nTransition), p_sRate);
+}
+
+void Net::SetRate(Transition& p_rTransition, const std::string& p_sRate) const {
   const std::string l_sRate = Trim(p_sRate);
   double l_dValue = 0.0;
-  l_rTransition.parameter = kNoIndex;
-  l_rTransition.parameterName.clear();
-  l_rTransition.function.clear();
+  p_rTransition.parameter = kNoIndex;
+  p_rTransition.parameterName.clear();
+  p_rTransition.function.clear();
   if (ParseDouble(l_sRate, l_dValue)) {
-    l_rTransition.rateKind = RateKind::Constant;
-    l_rTransition.rateValue = l_dValue;
+    p_rTransition.rateKind = RateKind::Constant;
+    p_rTransition.rateValue = l_dValue;
   } else if (!l_sRate.empty() && FindParameter(l_sRate) != kNoIndex) {
-    l_rTransition.rateKind = RateKind::Parameter;
-    l_rTransition.parameterName = l_sRate;
-    l_rTransition.parameter = FindParameter(l_sRate);
+    p_rTransition.rateKind = RateKind::Parameter;
+    p_rTransition.parameterName = l_sRate;
+    p_rTransition.parameter = FindParameter(l_sRate);
   } else {
-    l_rTransition.rateKind = RateKind::Function;
-    l_rTransition.function = p_sRate;
+    p_rTransition.rateKind = RateKind::Function;
+    p_rTransition.function = p_sRate;
   }
 }
 

@@ -133,6 +133,8 @@ struct Net {
   // around it aside) mass action with that parameter, anything else is a
   // rate function. Define the parameters first.
   void SetRate(std::size_t p_nTransition, const std::string& p_sRate);
+  // The same for a transition that is not (yet) part of the net.
+  void SetRate(Transition& p_rTransition, const std::string& p_sRate) const;
 
   // Empty when the net is consistent (unique ids, arcs and parameter
   // references resolved, numbers finite and not negative, rate functions
