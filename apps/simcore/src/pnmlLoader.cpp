@@ -6,10 +6,7 @@
 #include <wx/thread.h>
 #include <wx/xml/xml.h>
 
-#include <cerrno>
 #include <cmath>
-#include <cstdio>
-#include <cstring>
 #include <map>
 #include <memory>
 #include <set>
@@ -159,12 +156,10 @@ class Reader {
 
  private:
   bool Fail(const wxXmlNode* p_pcNode, const std::string& p_sMessage) {
-    if (m_sError.empty()) {
-      m_sError = m_sSource + ": ";
-      if (p_pcNode && p_pcNode->GetLineNumber() > 0)
-        m_sError += "line " + std::to_string(p_pcNode->GetLineNumber()) + ": ";
-      m_sError += p_sMessage;
-    }
+    return FailAt(p_pcNode ? p_pcNode->GetLineNumber() : 0, p_sMessage);
+  }
+  bool FailAt(long p_nLine, const std::string& p_sMessage) {
+    if (m_sError.empty()) m_sError = LoadError(m_sSource, p_nLine, p_sMessage);
     return false;
   }
 
@@ -494,11 +489,7 @@ bool Reader::ResolveNode(const std::string& p_sId, const PendingArc& p_rArc, con
   std::string l_sId = p_sId;
   std::set<std::string> l_cVisited;
   const std::string l_sArc = "arc '" + p_rArc.id + "'";
-  auto l_Fail = [&](const std::string& p_sMessage) {
-    if (m_sError.empty())
-      m_sError = m_sSource + ": line " + std::to_string(p_rArc.line) + ": " + p_sMessage;
-    return false;
-  };
+  auto l_Fail = [&](const std::string& p_sMessage) { return FailAt(p_rArc.line, p_sMessage); };
   for (;;) {
     std::map<std::string, IdEntry>::const_iterator l_it = m_cIds.find(l_sId);
     if (l_it == m_cIds.end()) {
@@ -549,13 +540,11 @@ bool Reader::ResolveArcs() {
     if (!ResolveNode(l_rPending.source, l_rPending, "source", l_bSourcePlace, l_nSource) ||
         !ResolveNode(l_rPending.target, l_rPending, "target", l_bTargetPlace, l_nTarget))
       return false;
-    if (l_bSourcePlace == l_bTargetPlace) {
-      m_sError = m_sSource + ": line " + std::to_string(l_rPending.line) + ": arc '" +
-                 l_rPending.id + "' joins two " + (l_bSourcePlace ? "places" : "transitions") +
-                 " ('" + l_rPending.source + "' and '" + l_rPending.target +
-                 "'); an arc must join a place and a transition";
-      return false;
-    }
+    if (l_bSourcePlace == l_bTargetPlace)
+      return FailAt(l_rPending.line, "arc '" + l_rPending.id + "' joins two " +
+                                         (l_bSourcePlace ? "places" : "transitions") + " ('" +
+                                         l_rPending.source + "' and '" + l_rPending.target +
+                                         "'); an arc must join a place and a transition");
     Arc l_cArc;
     l_cArc.id = l_rPending.id;
     l_cArc.input = l_bSourcePlace;
@@ -590,10 +579,7 @@ bool Reader::CheckFunctions() {
                      "' gives " + FormatDouble(l_dRate) +
                      " in the initial state (a rate must be a finite number >= 0)";
     }
-    if (!l_sProblem.empty()) {
-      m_sError = m_sSource + ": line " + std::to_string(m_anTransitionLines[i]) + ": " + l_sProblem;
-      return false;
-    }
+    if (!l_sProblem.empty()) return FailAt(m_anTransitionLines[i], l_sProblem);
   }
   return true;
 }
@@ -624,12 +610,10 @@ bool Reader::ReadNet(const wxXmlNode* p_pcNet) {
   for (std::size_t i = 0; i < m_cNet.transitions.size(); ++i) {
     const Transition& l_rTransition = m_cNet.transitions[i];
     if (l_rTransition.rateKind == RateKind::Parameter &&
-        m_cNet.FindParameter(l_rTransition.parameterName) == kNoIndex) {
-      m_sError = m_sSource + ": line " + std::to_string(m_anTransitionLines[i]) + ": transition '" +
-                 l_rTransition.id + "' refers to the unknown parameter '" +
-                 l_rTransition.parameterName + "'";
-      return false;
-    }
+        m_cNet.FindParameter(l_rTransition.parameterName) == kNoIndex)
+      return FailAt(m_anTransitionLines[i], "transition '" + l_rTransition.id +
+                                                "' refers to the unknown parameter '" +
+                                                l_rTransition.parameterName + "'");
   }
   if (!ResolveArcs()) return false;
   if (!CheckFunctions()) return false;
@@ -698,27 +682,7 @@ PnmlLoadResult LoadPnmlText(const std::string& p_sDocument, const std::string& p
   return l_cReader.Read(p_sDocument);
 }
 
-PnmlLoadResult LoadPnmlFile(const std::string& p_sPath) {
-  PnmlLoadResult l_cResult;
-  std::unique_ptr<std::FILE, int (*)(std::FILE*)> l_pFile(std::fopen(p_sPath.c_str(), "rb"),
-                                                          &std::fclose);
-  if (!l_pFile) {
-    l_cResult.error = p_sPath + ": cannot open the file (" + std::strerror(errno) + ")";
-    return l_cResult;
-  }
-  std::string l_sDocument;
-  char l_acBuffer[65536];
-  for (;;) {
-    std::size_t l_nRead = std::fread(l_acBuffer, 1, sizeof(l_acBuffer), l_pFile.get());
-    l_sDocument.append(l_acBuffer, l_nRead);
-    if (l_nRead < sizeof(l_acBuffer)) break;
-  }
-  if (std::ferror(l_pFile.get())) {
-    l_cResult.error = p_sPath + ": cannot read the file (" + std::strerror(errno) + ")";
-    return l_cResult;
-  }
-  return LoadPnmlText(l_sDocument, p_sPath);
-}
+PnmlLoadResult LoadPnmlFile(const std::string& p_sPath) { return LoadFileWith(p_sPath, LoadPnmlText); }
 
 }  // namespace sim
 }  // namespace quor

@@ -31,9 +31,14 @@ double Hill(double p_dS, double p_dVmax, double p_dK, double p_dN) {
   return p_dVmax * l_dSn / (std::pow(p_dK, p_dN) + l_dSn);
 }
 
+double Floor(double p_dValue) { return std::floor(p_dValue); }
+double Ceil(double p_dValue) { return std::ceil(p_dValue); }
+
 // Our functions on top of muParser's own.
 void DefineFunctions(mu::Parser& p_rParser) {
   p_rParser.DefineFun("pow", Pow);
+  p_rParser.DefineFun("floor", Floor);
+  p_rParser.DefineFun("ceil", Ceil);
   p_rParser.DefineFun("mm", MichaelisMenten);
   p_rParser.DefineFun("hill", Hill);
 }

@@ -13,7 +13,7 @@
 //   name) is written in brackets: [S 1], [Ca2+], [t], [exp];
 // - functions: muParser's own (exp, log = ln, log10, log2, sqrt, abs, min,
 //   max, sum, avg, sign, rint, sin, cos, tan, asin, acos, atan, atan2,
-//   sinh, cosh, tanh, asinh, acosh, atanh) and pow(x, y),
+//   sinh, cosh, tanh, asinh, acosh, atanh) and pow(x, y), floor, ceil,
 //   mm(S, Vmax, Km) = Vmax S / (Km + S),
 //   hill(S, Vmax, K, n) = Vmax S^n / (K^n + S^n);
 // - constants _pi and _e.
