@@ -714,3 +714,35 @@ TEST(OdeSimulator, AMethodChosenDuringARunTakesOverFromThatPoint) {
         << "t = " << l_cResult.times[i];
   EXPECT_EQ(l_cSimulator.GetMethod(), OdeSimulator::Method::Adams);
 }
+
+TEST(OdeSimulator, AChangeUndoneAtTheSamePointLeavesCvodesRunAsItWas) {
+  const OutputGrid l_cGrid = Grid(0.0, 50.0, 0.5);
+  OdeSimulator l_cPlain(SirNet());
+  RunResult l_cExpected = RunSimulation(l_cPlain, l_cGrid);
+  OdeSimulator l_cSteered(SirNet());
+  RunResult l_cResult = RunSimulation(l_cSteered, l_cGrid, [](std::size_t, double t, Simulator& s) {
+    if (t == 10.0) {
+      EXPECT_TRUE(s.SetParameter(0, 0.0001));
+      EXPECT_TRUE(s.SetMarking(1, 7.0));
+      EXPECT_TRUE(s.SetParameter(0, 0.0003));
+      EXPECT_TRUE(s.SetMarking(1, s.Marking()[1]));
+    }
+    return true;
+  });
+  ASSERT_EQ(l_cResult.status, RunStatus::Completed) << l_cResult.error;
+  EXPECT_NE(l_cResult.marking, l_cExpected.marking) << "a marking change does act";
+  // Undone completely, the integration goes on undisturbed, bit for bit.
+  OdeSimulator l_cUndone(SirNet());
+  double l_dI = 0.0;
+  l_cResult = RunSimulation(l_cUndone, l_cGrid, [&](std::size_t, double t, Simulator& s) {
+    if (t == 10.0) {
+      l_dI = s.Marking()[1];
+      EXPECT_TRUE(s.SetParameter(0, 0.0001));
+      EXPECT_TRUE(s.SetMarking(1, 7.0));
+      EXPECT_TRUE(s.SetParameter(0, 0.0003));
+      EXPECT_TRUE(s.SetMarking(1, l_dI));
+    }
+    return true;
+  });
+  EXPECT_EQ(l_cResult.marking, l_cExpected.marking);
+}

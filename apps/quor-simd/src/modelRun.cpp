@@ -369,6 +369,9 @@ void ModelRun::Work() {
                 FromStd(l_cResult.error);
       break;
   }
+  // What the simulator did beyond the points (an ensemble's runs).
+  const std::string l_sSummary = l_rSimulator.Summary();
+  if (!l_sSummary.empty()) l_sText += wxT("; ") + FromStd(l_sSummary);
   m_bActive = false;
   m_bPause = false;
   Publish(true);

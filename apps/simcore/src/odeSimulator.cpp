@@ -208,8 +208,8 @@ unsigned long long OdeSimulator::RejectedSteps() const {
 }
 
 void OdeSimulator::StateChanged(bool p_bReset) {
-  (void)p_bReset;
-  m_bFresh = true;
+  // CVODE compares the state with the one it left (AdvanceCvode).
+  if (p_bReset) m_bFresh = true;
   m_dStep = 0.0;
   m_bHaveSlope = false;
 }
@@ -361,7 +361,9 @@ AdvanceStatus OdeSimulator::AdvanceCvode(double p_dTime) {
   l_cOptions.absTol = m_dAbsTol;
   l_cOptions.maxStep = m_dMaxStep;
   l_cOptions.stepLimit = m_nStepLimit;
-  if (m_bFresh || !m_pcCvode || !m_pcCvode->Fits(l_cOptions)) {
+  const bool l_bMoved = m_dTime != m_dLeftTime || m_adMarking != m_adLeftMarking ||
+                        m_adParameters != m_adLeftParameters;
+  if (m_bFresh || l_bMoved || !m_pcCvode || !m_pcCvode->Fits(l_cOptions)) {
     // CVODE will not start on an interval within rounding of its start.
     const double l_dResolution = 4.0 * std::numeric_limits<double>::epsilon() *
                                  std::max(std::fabs(m_dTime), std::fabs(p_dTime));
@@ -398,6 +400,9 @@ AdvanceStatus OdeSimulator::AdvanceCvode(double p_dTime) {
   for (double& l_rdX : m_adMarking)
     if (l_rdX < 0.0) l_rdX = 0.0;
   m_dTime = l_dTime;
+  m_dLeftTime = m_dTime;
+  m_adLeftMarking = m_adMarking;
+  m_adLeftParameters = m_adParameters;
   if (l_eOutcome == CvodeIntegrator::Outcome::Reached) return AdvanceStatus::Reached;
   // A new start, if any, picks up from the last state reached.
   m_bFresh = true;

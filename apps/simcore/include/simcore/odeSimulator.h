@@ -28,7 +28,7 @@
 // negative or non-finite value), each with a message that says where. After
 // a steering change (marking, parameter) or a new setting the integrator
 // starts afresh from the current state, as the solution may have a kink
-// there.
+// there; changes that leave the state as it was do not count.
 #ifndef QUOR_SIMCORE_ODESIMULATOR_H
 #define QUOR_SIMCORE_ODESIMULATOR_H
 
@@ -137,6 +137,11 @@ class OdeSimulator final : public Simulator {
   // CVODE, created at the first AdvanceTo and afresh after a change.
   std::unique_ptr<CvodeIntegrator> m_pcCvode;
   bool m_bFresh = true;  // the integrator must start from the current state
+  // The state CVODE was left in by the last AdvanceTo: a steering change
+  // that leaves it as it was (a value changed and changed back) does not
+  // disturb the integration.
+  double m_dLeftTime = 0.0;
+  std::vector<double> m_adLeftMarking, m_adLeftParameters;
   unsigned long long m_nCvodeSteps = 0, m_nCvodeRejected = 0;  // of integrators gone
 
   // Dormand-Prince.
