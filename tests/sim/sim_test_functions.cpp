@@ -5,6 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <sstream>
 #include <memory>
 
 #include "simcore/odeSimulator.h"
@@ -278,22 +282,31 @@ TEST_P(FunctionOdeMethod, FunctionsOfTimeAreIntegrated) {
 }
 
 TEST_P(FunctionOdeMethod, ANegativeRateStopsTheRunNamingTransitionAndTime) {
-  // The source's rate 3 - t turns negative after t = 3.
+  // The source's rate 2.5 - t turns negative after t = 2.5.
   Net l_cNet;
   l_cNet.AddPlace("A", 0.0);
-  l_cNet.AddFunctionTransition("source", "3 - t");
+  l_cNet.AddFunctionTransition("source", "2.5 - t");
   l_cNet.AddOutputArc("source", "A");
   OdeSimulator l_cSimulator(l_cNet);
   ASSERT_TRUE(l_cSimulator.ApplySetting("Method", GetParam()));
   RunResult l_cResult = RunSimulation(l_cSimulator, Grid(0.0, 10.0, 1.0));
   ASSERT_EQ(l_cResult.status, RunStatus::Failed);
-  EXPECT_NE(l_cResult.error.find("transition 'source': the rate function '3 - t' gave -"),
+  const std::string& l_sError = l_cResult.error;
+  EXPECT_NE(l_sError.find("transition 'source': the rate function '2.5 - t' gave -"),
             std::string::npos)
-      << l_cResult.error;
-  EXPECT_NE(l_cResult.error.find(" at t = 3."), std::string::npos) << l_cResult.error;
-  EXPECT_NE(l_cResult.error.find("a rate must be a finite number >= 0"), std::string::npos);
-  EXPECT_EQ(l_cResult.times.size(), 4u) << "t = 0, 1, 2, 3 were reached";
-  EXPECT_NEAR(l_cResult.marking[0].back(), 4.5, 1e-4);
+      << l_sError;
+  EXPECT_NE(l_sError.find("a rate must be a finite number >= 0"), std::string::npos) << l_sError;
+  // The time named is where the rate failed: just after 2.5, within the
+  // step that tried to go beyond it.
+  const std::size_t l_nAt = l_sError.rfind(" at t = ");
+  ASSERT_NE(l_nAt, std::string::npos) << l_sError;
+  const double l_dAt = std::strtod(l_sError.c_str() + l_nAt + 8, nullptr);
+  EXPECT_GT(l_dAt, 2.5) << l_sError;
+  EXPECT_LE(l_dAt, 3.0) << l_sError;
+  // Points up to t = 2 are there; the run stopped before t = 3.
+  EXPECT_EQ(l_cResult.times.size(), 3u);
+  EXPECT_NEAR(l_cResult.marking[0].back(), 3.0, 1e-4);
+  EXPECT_LT(l_cSimulator.Time(), 3.0);
 }
 
 TEST(FunctionSsa, FunctionRatesAreThePropensitiesAndInputsStillEnable) {
@@ -353,4 +366,33 @@ TEST(FunctionSsa, ANegativePropensityStopsTheRunAndTimeIsRefused) {
             std::string::npos)
       << l_sError;
   EXPECT_TRUE(CreateSimulator("continuous", l_cTimed, &l_sError)) << l_sError;
+}
+
+TEST(RateFunction, TheReadmeExamplesCompile) {
+  std::ifstream l_cIn(QUOR_README);
+  ASSERT_TRUE(l_cIn.good());
+  const std::string l_sReadme((std::istreambuf_iterator<char>(l_cIn)), std::istreambuf_iterator<char>());
+  const std::size_t l_nSection = l_sReadme.find("\n## Rate functions\n");
+  ASSERT_NE(l_nSection, std::string::npos);
+  const std::size_t l_nStart = l_sReadme.find("```\n", l_nSection) + 4;
+  const std::size_t l_nEnd = l_sReadme.find("```", l_nStart);
+  ASSERT_NE(l_nEnd, std::string::npos);
+  Net l_cNet;
+  for (const char* l_sPlace : {"S", "E", "TF", "Ca2+"}) l_cNet.AddPlace(l_sPlace, 1.0);
+  for (const char* l_sParameter : {"kcat", "Km", "k1", "k"}) l_cNet.AddParameter(l_sParameter, 1.0);
+  const RateSymbols l_cSymbols(l_cNet);
+  std::istringstream l_cBlock(l_sReadme.substr(l_nStart, l_nEnd - l_nStart));
+  std::size_t l_nExamples = 0;
+  for (std::string l_sLine; std::getline(l_cBlock, l_sLine);) {
+    // The expression, then two or more blanks and what it is.
+    const std::string l_sExpression = l_sLine.substr(0, l_sLine.find("  "));
+    std::string l_sError;
+    EXPECT_TRUE(RateFunction::Compile(l_sExpression, l_cSymbols, &l_sError))
+        << l_sExpression << ": " << l_sError;
+    Transition l_cTransition;
+    l_cNet.SetRate(l_cTransition, l_sExpression);
+    EXPECT_EQ(l_cTransition.rateKind, RateKind::Function) << l_sExpression;
+    ++l_nExamples;
+  }
+  EXPECT_EQ(l_nExamples, 5u);
 }

@@ -324,7 +324,7 @@ TEST(OdeSimulator, SettingsAreListedAndValidated) {
   EXPECT_EQ(l_acSettings[5].value, "automatic");
   EXPECT_EQ(l_acSettings[5].guiType, GUI_TYPE_CHOICE);
   EXPECT_EQ(l_acSettings[5].possibleValues,
-            (std::vector<std::string>{"automatic", "dense", "sparse"}));
+            (std::vector<std::string>{"automatic", "dense", "sparse", "iterative"}));
   for (const SettingInfo& l_rSetting : l_acSettings) EXPECT_FALSE(l_rSetting.caption.empty());
 
   std::string l_sError;
@@ -632,6 +632,43 @@ TEST(OdeSimulator, SparseAndDenseLinearSolversGiveTheSameRun) {
       l_cNet, l_cGrid,
       {{"Method", "Dormand-Prince"}, {"AbsoluteTolerance", "1e-12"}, {"RelativeTolerance", "1e-11"}});
   EXPECT_LT(Distance(l_cSparse, l_cReference), 1e-4);
+}
+
+TEST(OdeSimulator, NetsWhoseFactorsWouldFillInGetTheIterativeSolver) {
+  // 1,200 places, each reacting with random far-away partners: sparse LU
+  // factors of such a Jacobian are nearly dense.
+  Net l_cNet;
+  const std::size_t n = 1200;
+  std::uint64_t l_nState = 7;
+  auto l_fRandom = [&](std::size_t p_nBelow) {
+    l_nState = l_nState * 6364136223846793005ull + 1442695040888963407ull;
+    return static_cast<std::size_t>((l_nState >> 33) % p_nBelow);
+  };
+  for (std::size_t i = 0; i < n; ++i) l_cNet.AddPlace("P" + std::to_string(i), 1.0 + i % 7);
+  for (std::size_t i = 0; i < n; ++i) {
+    const std::string l_sT = "t" + std::to_string(i);
+    l_cNet.AddTransition(l_sT, 0.01);
+    l_cNet.AddInputArc("P" + std::to_string(i), l_sT);
+    l_cNet.AddInputArc("P" + std::to_string(l_fRandom(n)), l_sT);
+    l_cNet.AddOutputArc(l_sT, "P" + std::to_string(l_fRandom(n)));
+    l_cNet.AddOutputArc(l_sT, "P" + std::to_string(l_fRandom(n)));
+  }
+  OdeSimulator l_cSimulator(l_cNet);
+  EXPECT_GT(l_cSimulator.SparseFill(),
+            OdeSimulator::kFillFactor * static_cast<double>(l_cSimulator.JacobianRows().size()));
+  EXPECT_EQ(l_cSimulator.EffectiveLinearSolver(), OdeSimulator::LinearSolver::Iterative);
+  // A chain's factors stay sparse.
+  OdeSimulator l_cChain(ChainNet(300));
+  EXPECT_LT(l_cChain.SparseFill(), 3.0 * static_cast<double>(l_cChain.JacobianRows().size()));
+  EXPECT_EQ(l_cChain.EffectiveLinearSolver(), OdeSimulator::LinearSolver::Sparse);
+  // GMRES gives the run the other methods give.
+  const OutputGrid l_cGrid = Grid(0.0, 3.0, 0.5);
+  RunResult l_cIterative = RunWith(l_cNet, l_cGrid, {});
+  ASSERT_EQ(l_cIterative.status, RunStatus::Completed) << l_cIterative.error;
+  RunResult l_cReference = RunWith(
+      l_cNet, l_cGrid,
+      {{"Method", "Adams"}, {"AbsoluteTolerance", "1e-12"}, {"RelativeTolerance", "1e-11"}});
+  EXPECT_LT(Distance(l_cIterative, l_cReference), 1e-4);
 }
 
 TEST(OdeSimulator, JacobianMatchesFiniteDifferencesOfTheRightHandSide) {

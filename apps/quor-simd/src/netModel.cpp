@@ -168,15 +168,15 @@ bool ModelToNet(Model& p_rModel, sim::Net& p_rNet, std::string* p_psError) {
       if (l_nPlace >= l_asPlaces.size())
         return Fail(p_psError, "transition '" + l_sName + "': an arc names place position " +
                                    std::to_string(l_nPlace) + ", which does not exist");
-      l_cNet.AddInputArc("p" + std::to_string(l_nPlace), l_sId, l_cArc.weight);
+      l_cNet.AddArc(static_cast<std::size_t>(l_nPlace), i, l_cArc.weight, true);
     }
     for (std::size_t a = 0; a < l_cArcs.m_anPostPlacePositions.size(); ++a) {
       const unsigned long long l_nPlace = l_cArcs.m_anPostPlacePositions[a];
       if (l_nPlace >= l_asPlaces.size())
         return Fail(p_psError, "transition '" + l_sName + "': an arc names place position " +
                                    std::to_string(l_nPlace) + ", which does not exist");
-      l_cNet.AddOutputArc(l_sId, "p" + std::to_string(l_nPlace),
-                          l_cArcs.m_acPostConnections[a].weight);
+      l_cNet.AddArc(static_cast<std::size_t>(l_nPlace), i, l_cArcs.m_acPostConnections[a].weight,
+                    false);
     }
   }
 

@@ -6,13 +6,17 @@
 #include <sundials/sundials_context.h>
 #include <sunlinsol/sunlinsol_dense.h>
 #include <sunlinsol/sunlinsol_klu.h>
+#include <sunlinsol/sunlinsol_spgmr.h>
 #include <sunmatrix/sunmatrix_dense.h>
 #include <sunmatrix/sunmatrix_sparse.h>
 #include <sunnonlinsol/sunnonlinsol_fixedpoint.h>
 
+#include <klu.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <limits>
 
 #include "simcore/textNumbers.h"
 
@@ -102,6 +106,14 @@ bool CvodeIntegrator::SetUp(double p_dTime, const std::vector<double>& p_rdState
   if (l_bBdf) {
     const std::vector<std::size_t>& l_anRows = m_rSystem.JacobianRows();
     h.values.assign(l_anRows.size(), 0.0);
+    if (m_cOptions.solver == OdeSimulator::LinearSolver::Iterative) {
+      // Matrix-free: CVODE takes the Jacobian's products with vectors by
+      // differences of the right-hand side.
+      h.linearSolver = SUNLinSol_SPGMR(h.state, SUN_PREC_NONE, 0, h.context);
+      if (!h.linearSolver || CVodeSetLinearSolver(h.memory, h.linearSolver, nullptr) != CV_SUCCESS)
+        return l_fFail("no iterative linear solver");
+      return ApplyOptions(p_psError);
+    }
     if (m_cOptions.solver == OdeSimulator::LinearSolver::Sparse) {
       h.matrix = SUNSparseMatrix(n, n, static_cast<sunindextype>(l_anRows.size()), CSC_MAT, h.context);
       if (h.matrix) h.linearSolver = SUNLinSol_KLU(h.state, h.matrix, h.context);
@@ -213,10 +225,13 @@ CvodeIntegrator::Outcome CvodeIntegrator::Advance(double p_dTime, double& p_rdTi
   m_sMessage.clear();
   const double l_dFrom = p_rdTime;
   realtype l_dReached = p_rdTime;
-  // Steps end on the output time rather than pass it: the run gets there
-  // even when the rates cannot go on beyond it, and no rate is evaluated
-  // for a time that the run has not reached.
-  CVodeSetStopTime(h.memory, p_dTime);
+  // CVODE steps past the output time and interpolates the state there
+  // (forcing steps to end on every output time would cost a new
+  // factorization of the iteration matrix at almost every one). Steps
+  // below the resolution of time are refused: where the rates fail just
+  // ahead, CVODE would otherwise creep on with steps that do not move time.
+  CVodeSetMinStep(h.memory, 8.0 * std::numeric_limits<double>::epsilon() *
+                                std::max(std::fabs(l_dFrom), std::fabs(p_dTime)));
   const int l_nFlag = CVode(h.memory, p_dTime, h.state, &l_dReached, CV_NORMAL);
   const double* l_pdState = N_VGetArrayPointer(h.state);
   if (l_nFlag >= 0) {
@@ -241,6 +256,21 @@ CvodeIntegrator::Outcome CvodeIntegrator::Advance(double p_dTime, double& p_rdTi
   }
   SetError(p_psError, Describe(l_nFlag, l_dFrom, p_dTime));
   return Outcome::Failed;
+}
+
+double CvodeIntegrator::SparseFill(const std::vector<std::size_t>& p_anColumnStarts,
+                                   const std::vector<std::size_t>& p_anRows) {
+  const std::size_t n = p_anColumnStarts.empty() ? 0 : p_anColumnStarts.size() - 1;
+  std::vector<SuiteSparse_long> l_anStarts(p_anColumnStarts.begin(), p_anColumnStarts.end());
+  std::vector<SuiteSparse_long> l_anRows(p_anRows.begin(), p_anRows.end());
+  klu_l_common l_cCommon;
+  klu_l_defaults(&l_cCommon);
+  klu_l_symbolic* l_pcSymbolic = klu_l_analyze(static_cast<SuiteSparse_long>(n), l_anStarts.data(),
+                                               l_anRows.data(), &l_cCommon);
+  if (!l_pcSymbolic) return std::numeric_limits<double>::infinity();
+  const double l_dFill = l_pcSymbolic->lnz + l_pcSymbolic->unz;
+  klu_l_free_symbolic(&l_pcSymbolic, &l_cCommon);
+  return l_dFill;
 }
 
 unsigned long long CvodeIntegrator::Steps() const {

@@ -53,6 +53,11 @@ class CvodeIntegrator {
   Outcome Advance(double p_dTime, double& p_rdTime, std::vector<double>& p_rdState,
                   std::string* p_psError);
 
+  // KLU's estimate of the entries of L and U for a matrix of this pattern
+  // (compressed columns); infinity when it cannot tell.
+  static double SparseFill(const std::vector<std::size_t>& p_anColumnStarts,
+                           const std::vector<std::size_t>& p_anRows);
+
   unsigned long long Steps() const;
   unsigned long long ErrorTestFailures() const;
 

@@ -153,13 +153,21 @@ void Net::AddOutputArc(const std::string& p_sTransition, const std::string& p_sP
 
 void Net::AddArc(const std::string& p_sPlace, const std::string& p_sTransition,
                  double p_dWeight, bool p_bInput) {
+  const std::size_t l_nPlace = FindPlace(p_sPlace);
+  const std::size_t l_nTransition = FindTransition(p_sTransition);
+  if (l_nPlace == kNoIndex) throw std::invalid_argument("no place '" + p_sPlace + "'");
+  if (l_nTransition == kNoIndex) throw std::invalid_argument("no transition '" + p_sTransition + "'");
+  AddArc(l_nPlace, l_nTransition, p_dWeight, p_bInput);
+}
+
+void Net::AddArc(std::size_t p_nPlace, std::size_t p_nTransition, double p_dWeight, bool p_bInput) {
   Arc l_cArc;
-  l_cArc.place = FindPlace(p_sPlace);
-  l_cArc.transition = FindTransition(p_sTransition);
-  if (l_cArc.place == kNoIndex) throw std::invalid_argument("no place '" + p_sPlace + "'");
-  if (l_cArc.transition == kNoIndex)
-    throw std::invalid_argument("no transition '" + p_sTransition + "'");
-  l_cArc.id = p_bInput ? p_sPlace + "->" + p_sTransition : p_sTransition + "->" + p_sPlace;
+  l_cArc.place = p_nPlace;
+  l_cArc.transition = p_nTransition;
+  const std::string l_sPlace = p_nPlace < places.size() ? places[p_nPlace].id : "?";
+  const std::string l_sTransition =
+      p_nTransition < transitions.size() ? transitions[p_nTransition].id : "?";
+  l_cArc.id = p_bInput ? l_sPlace + "->" + l_sTransition : l_sTransition + "->" + l_sPlace;
   l_cArc.input = p_bInput;
   l_cArc.weight = p_dWeight;
   arcs.push_back(l_cArc);

@@ -45,7 +45,7 @@ const Limits kStepLimitLimits = {1.0, 1e9};
 
 // The texts of the choices, in the order of the enumerations.
 const char* const kMethodNames[] = {"BDF", "Adams", "Dormand-Prince"};
-const char* const kSolverNames[] = {"automatic", "dense", "sparse"};
+const char* const kSolverNames[] = {"automatic", "dense", "sparse", "iterative"};
 
 void SetError(std::string* p_psError, const std::string& p_sMessage) {
   if (p_psError) *p_psError = p_sMessage;
@@ -127,8 +127,9 @@ std::vector<SettingInfo> OdeSimulator::Settings() const {
       l_fNumber("StepLimit", "Most internal steps between two output points",
                 std::to_string(m_nStepLimit), GUI_TYPE_INTEGER, kStepLimitLimits),
       l_fChoice("LinearSolver",
-                "Linear solver of BDF: automatic (dense up to 100 places, else sparse), "
-                "dense, sparse (KLU)",
+                "Linear solver of BDF: automatic (dense up to 100 places, else sparse "
+                "unless its factors fill in, then iterative), dense, sparse (KLU), "
+                "iterative (GMRES)",
                 kSolverNames[static_cast<int>(m_eLinearSolver)],
                 std::vector<std::string>(std::begin(kSolverNames), std::end(kSolverNames)))};
 }
@@ -196,7 +197,16 @@ bool OdeSimulator::ApplySetting(const std::string& p_sName, const std::string& p
 
 OdeSimulator::LinearSolver OdeSimulator::EffectiveLinearSolver() const {
   if (m_eLinearSolver != LinearSolver::Automatic) return m_eLinearSolver;
-  return m_adMarking.size() <= kDenseLimit ? LinearSolver::Dense : LinearSolver::Sparse;
+  if (m_adMarking.size() <= kDenseLimit) return LinearSolver::Dense;
+  const double l_dFill = SparseFill();
+  const double l_dEntries = static_cast<double>(m_anRows.size());
+  return l_dFill <= kFillFactor * l_dEntries && l_dFill <= kFillLimit ? LinearSolver::Sparse
+                                                                       : LinearSolver::Iterative;
+}
+
+double OdeSimulator::SparseFill() const {
+  if (m_dSparseFill < 0.0) m_dSparseFill = CvodeIntegrator::SparseFill(m_anColumnStarts, m_anRows);
+  return m_dSparseFill;
 }
 
 unsigned long long OdeSimulator::AcceptedSteps() const {

@@ -126,41 +126,6 @@ std::vector<double> Simulator::Rates() const {
   return l_adRates;
 }
 
-double Simulator::MassActionFlux(const CompiledTransition& p_rCompiled, const double* p_pdX) const {
-  double l_dRate = Constant(p_rCompiled);
-  for (const std::pair<std::size_t, double>& l_rInput : p_rCompiled.inputs) {
-    if (l_dRate == 0.0) break;
-    const double l_dX = std::max(p_pdX[l_rInput.first], 0.0);
-    const double l_dW = l_rInput.second;
-    if (l_dW == 1.0)
-      l_dRate *= l_dX;
-    else if (l_dW == 2.0)
-      l_dRate *= l_dX * l_dX;
-    else
-      l_dRate *= std::pow(l_dX, l_dW);
-  }
-  return l_dRate;
-}
-
-double Simulator::MassActionPropensity(const CompiledTransition& p_rCompiled,
-                                       const double* p_pdX) const {
-  double l_dRate = Constant(p_rCompiled);
-  for (const std::pair<std::size_t, double>& l_rInput : p_rCompiled.inputs) {
-    if (l_dRate == 0.0) break;
-    const double l_dX = p_pdX[l_rInput.first];
-    const double l_dW = l_rInput.second;
-    if (l_dX < l_dW) return 0.0;
-    if (l_dW == 1.0) {
-      l_dRate *= l_dX;
-    } else {
-      // C(x, w) = prod_{i<w} (x - i) / (i + 1), in doubles (no overflow of
-      // an integer type for large markings).
-      for (double i = 0.0; i < l_dW; i += 1.0) l_dRate *= (l_dX - i) / (i + 1.0);
-    }
-  }
-  return l_dRate;
-}
-
 bool Simulator::FunctionRate(std::size_t p_nTransition, const double* p_pdX, double p_dTime,
                              double& p_rdRate, std::string* p_psError) const {
   const RateFunction& l_rFunction = *m_acTransitions[p_nTransition].function;

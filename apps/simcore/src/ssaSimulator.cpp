@@ -70,13 +70,14 @@ SsaSimulator::SsaSimulator(const Net& p_rNet, std::uint64_t p_nSeed)
   m_aanReaders.assign(m_adMarking.size(), {});
   for (std::size_t j = 0; j < l_nTransitions; ++j)
     for (std::size_t p : m_acTransitions[j].reads) m_aanReaders[p].push_back(j);
-  m_aanDependents.assign(l_nTransitions, {});
+  m_anDependentStart.assign(1, 0);
   for (std::size_t j = 0; j < l_nTransitions; ++j) {
     std::set<std::size_t> l_anDependents;
     for (const std::pair<std::size_t, double>& l_rChange : m_acTransitions[j].change)
       l_anDependents.insert(m_aanReaders[l_rChange.first].begin(),
                             m_aanReaders[l_rChange.first].end());
-    m_aanDependents[j].assign(l_anDependents.begin(), l_anDependents.end());
+    m_anDependents.insert(m_anDependents.end(), l_anDependents.begin(), l_anDependents.end());
+    m_anDependentStart.push_back(m_anDependents.size());
   }
   Reset();
 }
@@ -149,8 +150,10 @@ double SsaSimulator::Rate(std::size_t p_nTransition, const double* p_pdX, double
 }
 
 double SsaSimulator::Propensity(Run& p_rRun, std::size_t p_nTransition) {
+  const CompiledTransition& l_rCompiled = m_acTransitions[p_nTransition];
+  if (!l_rCompiled.function) return MassActionPropensity(l_rCompiled, p_rRun.marking.data());
   const double l_dRate = Rate(p_nTransition, p_rRun.marking.data(), p_rRun.time);
-  if (!m_acTransitions[p_nTransition].function || IsUsableNumber(l_dRate)) return l_dRate;
+  if (IsUsableNumber(l_dRate)) return l_dRate;
   if (m_sLastError.empty()) {
     double l_dValue = 0.0;
     FunctionRate(p_nTransition, p_rRun.marking.data(), p_rRun.time, l_dValue, &m_sLastError);
@@ -287,7 +290,8 @@ AdvanceStatus SsaSimulator::Advance(Run& p_rRun, double p_dTime, unsigned long l
       // against rounding in huge markings.
       if (l_rdX < 0.0) l_rdX = 0.0;
     }
-    for (std::size_t j : m_aanDependents[l_nChosen]) Update(p_rRun, j);
+    for (std::size_t d = m_anDependentStart[l_nChosen]; d < m_anDependentStart[l_nChosen + 1]; ++d)
+      Update(p_rRun, m_anDependents[d]);
     ++p_rRun.events;
   }
 }

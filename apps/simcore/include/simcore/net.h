@@ -126,6 +126,9 @@ struct Net {
   // Throws std::invalid_argument for an unknown place or transition.
   void AddArc(const std::string& p_sPlace, const std::string& p_sTransition, double p_dWeight,
               bool p_bInput);
+  // The same by positions, in constant time (for large nets); Validate
+  // checks them.
+  void AddArc(std::size_t p_nPlace, std::size_t p_nTransition, double p_dWeight, bool p_bInput);
 
   // Sets the rate of transition p_nTransition from text, the way a rate
   // travels in "TRANSITION_FUNCTIONS": a number means mass action with

@@ -7,9 +7,12 @@
 // - BDF (the default): CVODE's variable-order backward differentiation
 //   formulas with Newton iteration, for stiff and non-stiff nets alike.
 //   The linear systems are solved with a dense LU (nets of up to
-//   kDenseLimit places) or with KLU's sparse LU (larger nets); the
-//   setting LinearSolver chooses otherwise. The Jacobian is exact for
-//   mass action and taken by finite differences for rate functions.
+//   kDenseLimit places), with KLU's sparse LU (larger nets whose LU factors
+//   stay sparse), or with GMRES (larger nets whose factors would fill in,
+//   as those with many far-reaching arcs do); the setting LinearSolver
+//   chooses otherwise. The Jacobian is exact for mass action and taken by
+//   finite differences for rate functions; GMRES needs only its products
+//   with vectors, by differences of the right-hand side.
 // - Adams: CVODE's Adams-Moulton formulas with fixed-point iteration, for
 //   non-stiff nets.
 // - Dormand-Prince: the embedded Runge-Kutta pair of Dormand and Prince
@@ -18,9 +21,10 @@
 //
 // Errors are measured per place against
 // AbsoluteTolerance + RelativeTolerance * |x_p| (root mean square over the
-// places). Each AdvanceTo ends exactly on the requested time: no method
-// steps past an output time (so no rate is evaluated for a time the run
-// has not reached), the last step is shortened instead. Values below 0 that the tolerance allows
+// places). Each AdvanceTo ends exactly on the requested time: CVODE steps
+// past it and interpolates the state there (its next steps go on from
+// where it got to, unless the state is steered), Dormand-Prince shortens
+// its last step to end there. Values below 0 that the tolerance allows
 // are shown as 0 in Marking(). StepLimit bounds the internal steps between
 // two output points: a run that needs more fails with a message ("too much
 // work") instead of running on for ever; so do other step failures (error
@@ -42,11 +46,15 @@ class CvodeIntegrator;
 class OdeSimulator final : public Simulator {
  public:
   enum class Method { BDF, Adams, DormandPrince };
-  enum class LinearSolver { Automatic, Dense, Sparse };
+  enum class LinearSolver { Automatic, Dense, Sparse, Iterative };
 
   // Nets of up to this many places get the dense linear solver when
-  // LinearSolver is "automatic", larger ones the sparse one.
+  // LinearSolver is "automatic", larger ones the sparse one, unless KLU's
+  // analysis expects LU factors of more than kFillFactor times the
+  // Jacobian's entries (or more than kFillLimit entries): then GMRES.
   static constexpr std::size_t kDenseLimit = 100;
+  static constexpr double kFillFactor = 20.0;
+  static constexpr double kFillLimit = 2e7;
 
   // Throws std::invalid_argument when the net does not validate.
   explicit OdeSimulator(const Net& p_rNet);
@@ -59,7 +67,7 @@ class OdeSimulator final : public Simulator {
   //   AbsoluteTolerance (default 1e-9, > 0), RelativeTolerance (1e-7, > 0,
   //   at most 1), MaxStep (0 = no limit), Method (BDF, Adams,
   //   Dormand-Prince), StepLimit (100000 internal steps between two output
-  //   points), LinearSolver (automatic, dense, sparse).
+  //   points), LinearSolver (automatic, dense, sparse, iterative).
   // All take effect at once.
   std::vector<SettingInfo> Settings() const override;
   bool ApplySetting(const std::string& p_sName, const std::string& p_sValue,
@@ -74,6 +82,9 @@ class OdeSimulator final : public Simulator {
   unsigned long StepLimit() const { return m_nStepLimit; }
   // The linear solver that BDF uses for this net (never Automatic).
   LinearSolver EffectiveLinearSolver() const;
+  // KLU's estimate of the entries of the LU factors of the Jacobian's
+  // pattern (computed once).
+  double SparseFill() const;
 
   // Accepted and rejected (error test failed) steps since construction.
   unsigned long long AcceptedSteps() const;
@@ -130,6 +141,7 @@ class OdeSimulator final : public Simulator {
   };
   std::vector<std::vector<std::vector<JacobianTerm>>> m_aaacTerms;
   mutable std::vector<double> m_adScratch;  // a marking for finite differences
+  mutable double m_dSparseFill = -1.0;       // SparseFill(), once known
 
   mutable std::string m_sRateError;
   mutable bool m_bAbortSeen = false;

@@ -26,6 +26,7 @@
 #define QUOR_SIMCORE_SIMULATOR_H
 
 #include <atomic>
+#include <cmath>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -151,8 +152,38 @@ class Simulator {
     return p_rCompiled.parameter == kNoIndex ? p_rCompiled.constant
                                              : m_adParameters[p_rCompiled.parameter];
   }
-  double MassActionFlux(const CompiledTransition& p_rCompiled, const double* p_pdX) const;
-  double MassActionPropensity(const CompiledTransition& p_rCompiled, const double* p_pdX) const;
+  // (Inline: they are what the simulators spend their time in.)
+  double MassActionFlux(const CompiledTransition& p_rCompiled, const double* p_pdX) const {
+    double l_dRate = Constant(p_rCompiled);
+    for (const std::pair<std::size_t, double>& l_rInput : p_rCompiled.inputs) {
+      if (l_dRate == 0.0) break;
+      const double l_dX = p_pdX[l_rInput.first] > 0.0 ? p_pdX[l_rInput.first] : 0.0;
+      const double l_dW = l_rInput.second;
+      if (l_dW == 1.0)
+        l_dRate *= l_dX;
+      else if (l_dW == 2.0)
+        l_dRate *= l_dX * l_dX;
+      else
+        l_dRate *= std::pow(l_dX, l_dW);
+    }
+    return l_dRate;
+  }
+  double MassActionPropensity(const CompiledTransition& p_rCompiled, const double* p_pdX) const {
+    double l_dRate = Constant(p_rCompiled);
+    for (const std::pair<std::size_t, double>& l_rInput : p_rCompiled.inputs) {
+      const double l_dX = p_pdX[l_rInput.first];
+      const double l_dW = l_rInput.second;
+      if (l_dW == 1.0) {
+        l_dRate *= l_dX;  // 0 when the place is empty
+      } else {
+        if (l_dX < l_dW) return 0.0;
+        // C(x, w) = prod_{i<w} (x - i) / (i + 1), in doubles (no overflow
+        // of an integer type for large markings).
+        for (double i = 0.0; i < l_dW; i += 1.0) l_dRate *= (l_dX - i) / (i + 1.0);
+      }
+    }
+    return l_dRate;
+  }
   // The value of a rate function; with p_psError a value that is negative
   // or not finite gives false and the message (naming the transition and
   // the time), else true.

@@ -118,9 +118,11 @@ class SsaSimulator final : public Simulator {
   std::uint64_t m_nSeed;
   unsigned long m_nRunsSetting = 1;
   std::size_t m_nLeaves = 1;  // a power of two >= the number of transitions
-  // For each transition, the transitions whose propensity reads a place it
-  // changes (itself included when it does).
-  std::vector<std::vector<std::size_t>> m_aanDependents;
+  // For each transition j, the transitions whose propensity reads a place
+  // it changes (itself included when it does): m_anDependents from
+  // m_anDependentStart[j] to m_anDependentStart[j + 1] - 1 (flat, for
+  // speed).
+  std::vector<std::size_t> m_anDependents, m_anDependentStart;
   // For each place, the transitions that read it.
   std::vector<std::vector<std::size_t>> m_aanReaders;
   std::vector<Run> m_acRuns;
