@@ -152,8 +152,8 @@ class Demo {
 
     int l_nState = 0;
     if (!Check(m_pcClient->ReadSimulatorState(l_nState), "ReadSimulatorState")) return false;
-    if (l_nState == simd::STATE_RUNNING || l_nState == simd::STATE_PAUSED)
-      return Fail("model '" + m_sModel + "' is busy (" + simd::StateName(l_nState) +
+    if (l_nState == SIMULATOR_RUNNING || l_nState == SIMULATOR_PAUSED)
+      return Fail("model '" + m_sModel + "' is busy (" + SimulatorStateName(l_nState) +
                   "); try again when its run has ended");
 
     // A steered run before this one leaves its parameter values behind.
@@ -202,11 +202,11 @@ class Demo {
       int l_nState = 0;
       double l_dProgress = 0.0;
       if (!ReadStatistics(l_nState, l_dProgress)) return false;
-      if (l_nState == simd::STATE_RUNNING || l_nState == simd::STATE_PAUSED) return true;
+      if (l_nState == SIMULATOR_RUNNING || l_nState == SIMULATOR_PAUSED) return true;
       if (Clock::now() > l_tDeadline) {
         wxString l_sMessage;
         m_pcClient->ReceiveErrorMessage(l_sMessage);
-        return Fail("the run did not start (state " + std::string(simd::StateName(l_nState)) +
+        return Fail("the run did not start (state " + std::string(SimulatorStateName(l_nState)) +
                     (l_sMessage.empty() ? std::string(")") : "): " + Text(l_sMessage)));
       }
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -295,21 +295,21 @@ class Demo {
       std::size_t l_nDone = static_cast<std::size_t>(
           std::llround(l_dProgress / 100.0 * static_cast<double>(m_nPoints)));
       l_nDone = std::min(l_nDone, m_nPoints);
-      const bool l_bEnd = l_nState == simd::STATE_FINISHED;
+      const bool l_bEnd = l_nState == SIMULATOR_FINISHED;
       if (!m_bSteered && l_nDone > 0 && TimeOf(l_nDone - 1) >= m_dSteerAt && !l_bEnd) {
         // Rows up to the change come first.
         if (!PrintRows(l_nDone, false) || !SteerParameter()) return false;
       }
       if (!PrintRows(l_nDone, l_bEnd)) return false;
       if (l_bEnd) break;
-      if (l_nState == simd::STATE_PAUSED && !l_bPauseNoted) {
+      if (l_nState == SIMULATOR_PAUSED && !l_bPauseNoted) {
         m_rOut << "(the run is paused by another client; waiting)" << std::endl;
         l_bPauseNoted = true;
       }
-      if (l_nState != simd::STATE_RUNNING && l_nState != simd::STATE_PAUSED) {
+      if (l_nState != SIMULATOR_RUNNING && l_nState != SIMULATOR_PAUSED) {
         wxString l_sMessage;
         m_pcClient->ReceiveErrorMessage(l_sMessage);
-        return Fail("the run ended early (" + std::string(simd::StateName(l_nState)) + ")" +
+        return Fail("the run ended early (" + std::string(SimulatorStateName(l_nState)) + ")" +
                     (l_sMessage.empty() ? std::string() : ": " + Text(l_sMessage)));
       }
       if (Clock::now() > l_tDeadline) return Fail("the run takes far longer than expected");

@@ -540,7 +540,8 @@ SteeringRunner::Outcome SteeringRunner::AtOutputPoint(SteeringStep& p_rStep,
   return GO_ON;
 }
 
-wxString SteeringRunner::Finish(int p_nState, const wxString& p_sFailure) {
+wxString SteeringRunner::Finish(int p_nState, const wxString& p_sFailure,
+                               const wxString& p_sSummary) {
   std::lock_guard<std::mutex> l_cLock(m_cMutex);
   m_bActive = false;
   m_bPause = false;
@@ -566,6 +567,7 @@ wxString SteeringRunner::Finish(int p_nState, const wxString& p_sFailure) {
                 p_sFailure;
       break;
   }
+  if (!p_sSummary.empty()) l_sText += wxT("; ") + p_sSummary;
   try {
     Publish(true);
     if (p_nState == SIMULATOR_FAILED) {
@@ -608,7 +610,18 @@ void SteeringRunner::Work(std::unique_ptr<SteeringStep> p_pcStep) {
             *p_pcStep, wxT("the run's end")))
       l_sEndProblem = p_pcStep->m_sFailure;
   }
-  const wxString l_sText = Finish(l_nState, l_sFailure);
+  wxString l_sSummary;
+  if (m_cPlan.m_fSummary && l_sEndProblem.empty()) {
+    p_pcStep->m_sFailure.clear();
+    if (!Call(
+            [&] {
+              l_sSummary = m_cPlan.m_fSummary();
+              return true;
+            },
+            *p_pcStep, wxT("the run's summary")))
+      l_sEndProblem = p_pcStep->m_sFailure;
+  }
+  const wxString l_sText = Finish(l_nState, l_sFailure, l_sSummary);
   // Logged with no lock held: off the main thread, LOG may wait for the
   // main thread's GUI lock.
   LogText(l_nState == SIMULATOR_FAILED ? 1 : 3, l_sText);

@@ -16,18 +16,6 @@
 namespace quor {
 namespace simd {
 
-// The simulator-state codes are the library's (quor/simulatorState.h).
-// These old names stand for them only until the steering demo and the
-// engine's model tests, which still use them, move to the library's names;
-// the server itself does not use them.
-constexpr int STATE_IDLE = SIMULATOR_IDLE;
-constexpr int STATE_RUNNING = SIMULATOR_RUNNING;
-constexpr int STATE_PAUSED = SIMULATOR_PAUSED;
-constexpr int STATE_STOPPED = SIMULATOR_STOPPED;
-constexpr int STATE_FINISHED = SIMULATOR_FINISHED;
-constexpr int STATE_FAILED = SIMULATOR_FAILED;
-inline const char* StateName(int p_nState) { return SimulatorStateName(p_nState); }
-
 // The simulators of the engine, each in a category of its own:
 // {"Continuous", 0, {"continuous"}}, {"Stochastic", 1, {"stochastic"}}.
 std::vector<QU_SimulatorCategory> SimulatorCategories();
