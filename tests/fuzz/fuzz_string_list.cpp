@@ -46,7 +46,8 @@ std::vector<wxString> Expected(const Bytes& p_aWire, bool* p_pbWhole, bool* p_pb
     int16_t l_nLength = 0;
     std::memcpy(&l_nLength, &l_aLengths[2 * i], 2);
     if (l_nLength < 0 || l_nAt + static_cast<size_t>(l_nLength) > l_aText.size()) return {};
-    std::string l_sText(reinterpret_cast<const char*>(&l_aText[l_nAt]), static_cast<size_t>(l_nLength));
+    std::string l_sText(reinterpret_cast<const char*>(l_aText.data()) + l_nAt,
+                        static_cast<size_t>(l_nLength));
     l_asList.push_back(SteeringBase::StrTowxString(&l_sText[0]));
     l_nAt += static_cast<size_t>(l_nLength);
   }

@@ -117,7 +117,7 @@ std::atomic<bool> g_bBounded{false};
 std::atomic<long long> g_nLimit{0};
 std::atomic<long long> g_nStart{0};
 std::atomic<size_t> g_nInputSize{0};
-thread_local bool t_bReporting = false;
+thread_local bool g_bReporting = false;
 
 void OnMalloc(const volatile void*, size_t p_nSize) {
   const long long l_nNow =
@@ -129,8 +129,8 @@ void OnMalloc(const volatile void*, size_t p_nSize) {
   }
   // Fails right here, so that the report's stack shows who allocated.
   if (g_bBounded.load(std::memory_order_relaxed) && l_nNow > g_nLimit.load(std::memory_order_relaxed) &&
-      !t_bReporting) {
-    t_bReporting = true;
+      !g_bReporting) {
+    g_bReporting = true;
     Fail("%zu input bytes made the library allocate %lld bytes at once (allowed: %lld); "
          "the allocation of %zu bytes that went past the bound:",
          g_nInputSize.load(), l_nNow - g_nStart.load(), g_nLimit.load() - g_nStart.load(), p_nSize);
@@ -145,6 +145,8 @@ void OnFree(const volatile void* p_p) {
 }
 #endif
 
+// Kept for the whole process (the fuzzer never returns from its loop).
+wxInitializer* g_pcInitializer = nullptr;
 wxEventLoopBase* g_pcLoop = nullptr;
 
 }  // namespace
@@ -153,9 +155,8 @@ void Initialize() {
   static bool s_bDone = false;
   if (s_bDone) return;
   s_bDone = true;
-  // Kept for the whole process: the fuzzer never returns from its loop.
-  wxInitializer* l_pcInitializer = new wxInitializer();
-  if (!l_pcInitializer->IsOk()) Fail("wxWidgets cannot be initialised");
+  g_pcInitializer = new wxInitializer();
+  if (!g_pcInitializer->IsOk()) Fail("wxWidgets cannot be initialised");
   std::setlocale(LC_ALL, "C.UTF-8");
   wxSocketBase::Initialize();
   delete wxLog::SetActiveTarget(new FuzzLog(std::getenv("QUOR_FUZZ_LOG") != nullptr));
