@@ -3,6 +3,7 @@
 #ifndef QUOR_QUOR_H
 #define QUOR_QUOR_H
 
+#include "quor/version.h"
 #include "quor/utilities.h"
 #include "quor/coding.h"
 #include "quor/netTypes.h"

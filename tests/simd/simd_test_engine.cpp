@@ -83,7 +83,7 @@ TEST(SimdEngine, AnSbmlModelIsServedWithModelAndRunsAsTheEngineRunsIt) {
   ASSERT_TRUE(l_cLoaded) << l_cLoaded.error;
   Child l_cServer({QUOR_SIMD_PROGRAM, "--port", "0", "--model", l_sFile});
   ASSERT_TRUE(l_cServer.Started());
-  const unsigned int l_nPort = l_cServer.WaitForPort("quor-simd listening on port ");
+  const unsigned int l_nPort = WaitForPort(l_cServer, "quor-simd listening on port ");
   ASSERT_NE(l_nPort, 0u) << l_cServer.Err();
   {
     SteeringClient c(wxT("127.0.0.1"), wxString::Format(wxT("%u"), l_nPort));

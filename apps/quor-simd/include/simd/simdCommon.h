@@ -12,6 +12,7 @@
 
 #include "quor/simulatorState.h"
 #include "quor/steeringcontrol.h"
+#include "quorapp/text.h"
 
 namespace quor {
 namespace simd {
@@ -29,8 +30,8 @@ bool ResolveSimulator(const wxString& p_sText, wxString& p_sCategory, wxString& 
 extern const char* const DEFAULT_SIMULATOR;
 
 // UTF-8 text of the engine and wxString of the library.
-wxString FromStd(const std::string& p_sText);
-std::string ToStd(const wxString& p_sText);
+using app::FromStd;
+using app::ToStd;
 
 // One log line through wxWidgets' log target: level 1 "Error: ",
 // 2 "Warning: ", 3 "Notice: ". Unlike the library's LOG, the text is never
