@@ -12,11 +12,16 @@
 #include "quor/keys.h"
 #include "quor/model.h"
 #include "quor/modelView.h"
+#include "quor/resultMatrixInfo.h"
 #include "quor/simulatorattribute.h"
 #include "quor/steeringhandler.h"
 #include "quor/steeringmodelstore.h"
 
+#include "allocation_hook.h"
+
 using namespace quor;
+
+QUOR_TEST_ALLOCATION_HOOK()
 
 namespace {
 
@@ -204,6 +209,43 @@ TEST(StoreLimits, TheHandlerRefusesAnUploadReadablyAndLeavesNoCurrentModel) {
   EXPECT_EQ(l_cHandler.OnReceiveErrorMessage(4),
             wxT("upload refused: the limit of 0 uploaded models is reached"));
   EXPECT_EQ(l_cHandler.GetStore().GetModelNames(), std::vector<wxString>{wxT("own")});
+}
+
+// A received description may announce 2^28 rows and carry none: the store
+// keeps and hands out what was carried (a dozen bytes), never 2^28 rows, and
+// the copies read like the description itself.
+TEST(StoreLimits, ARowInfoCostsWhatItCarriedNotWhatItAnnounced) {
+  // The row count 2^28, then two empty lists (each a 4-byte count).
+  const char l_acBlock[] = {0, 0, 0, 0x10, 0, 0, 0, 0, 0, 0, 0, 0};
+  ResultMatrixInfo l_cAnnounced(0);
+  ASSERT_TRUE(l_cAnnounced.UnPackValue(l_acBlock, sizeof(l_acBlock)));
+  ASSERT_EQ(l_cAnnounced.GetRowCount(), 1u << 28);
+  SteeringModelStore l_cStore;
+  const int l_nId = l_cStore.AddModel(new Model(NULL, wxT("m"), 1, 1));
+  ResultMatrixInfo l_cCopy(3);
+  {
+    quor_test::CommitWatch l_cWatch;
+    l_cStore.SetResultMatrixInfo(l_nId, l_cAnnounced);
+    l_cStore.GetResultMatrixInfo(l_nId, l_cCopy);
+    EXPECT_LT(l_cWatch.Peak(), 4096);
+  }
+  EXPECT_EQ(l_cCopy.GetRowCount(), 1u << 28);
+  unsigned int l_nPosition = 7;
+  RM_ROW_TYPE l_eType = RM_ROW_TYPE_TRANSITION;
+  l_cCopy.GetRowInfo(0, l_nPosition, l_eType);
+  EXPECT_EQ(l_nPosition, 7u);
+  EXPECT_EQ(l_eType, RM_ROW_TYPE_TRANSITION);
+
+  // An honest description travels through the store row by row.
+  ResultMatrixInfo l_cHonest(2);
+  l_cHonest.SetRowInfo(0, 4, RM_ROW_TYPE_PLACE);
+  l_cHonest.SetRowInfo(1, 9, RM_ROW_TYPE_TRANSITION);
+  l_cStore.SetResultMatrixInfo(l_nId, l_cHonest);
+  l_cStore.GetResultMatrixInfo(l_nId, l_cCopy);
+  ASSERT_EQ(l_cCopy.GetRowCount(), 2u);
+  l_cCopy.GetRowInfo(1, l_nPosition, l_eType);
+  EXPECT_EQ(l_nPosition, 9u);
+  EXPECT_EQ(l_eType, RM_ROW_TYPE_TRANSITION);
 }
 
 TEST(StoreLimits, SettingsAreKeptForABoundedNumberOfSimulators) {

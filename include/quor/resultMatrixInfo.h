@@ -26,6 +26,12 @@ class ResultMatrixInfo {
                   const RM_ROW_TYPE& p_eType);
   // Leaves the outputs untouched for a row at or past the row count.
   void GetRowInfo(const unsigned int& p_nRow, unsigned int& p_nPosition, RM_ROW_TYPE& p_eType);
+  // Makes this description a copy of p_rSource as it stands: its row count
+  // and the rows its lists hold. A received description may announce more
+  // rows than it carries; the copy costs what was carried, not what was
+  // announced, and reads and sends exactly like the source. False (and
+  // this description unchanged) when memory runs out.
+  bool CopyFrom(ResultMatrixInfo& p_rSource);
 
   // The description as a packed block behind its 8-byte length
   // (SteeringBase::SendBlock). 1, FAILURE for a NULL communicator or a

@@ -28,6 +28,7 @@
 #include <vector>
 
 #include "quor/steeringcmd.h"
+#include "quor/steeringvaluecodec.h"
 
 namespace quor {
 
@@ -197,6 +198,9 @@ class SteeringClient : public SteeringCMD {
   // True while the current model is one the client built from the server's
   // copy.
   bool m_bModelReceived;
+  // How the plain values of the rows travel: the server's half of the
+  // protocol moves them with a codec of the same kind.
+  SteeringValueCodec m_cCodec{*this};
 };
 
 }  // namespace quor

@@ -294,12 +294,12 @@ unsigned int SteeringClient::WriteModelViews() {
 
 unsigned int SteeringClient::ReadSimulatorState(int& p_nState) {
   return Request(REQUEST_READ_SIMULATOR_STATE, CODE_FAILURE_IS_FAILURE,
-                 [&] { return ReceiveValue(&p_nState, sizeof(p_nState)); });
+                 [&] { return m_cCodec.Receive(p_nState); });
 }
 
 unsigned int SteeringClient::WriteSimulatorState(const int& p_nState) {
   return Request(REQUEST_WRITE_SIMULATOR_STATE, CODE_FAILURE_IS_FAILURE,
-                 [&] { return SendValue(&p_nState, sizeof(p_nState)); });
+                 [&] { return m_cCodec.Send(p_nState); });
 }
 
 unsigned int SteeringClient::ReadSimulationInterval(double& p_dStart, double& p_dEnd,
@@ -372,7 +372,7 @@ unsigned int SteeringClient::UpdateResultMatrixInfo(ResultMatrixInfo* p_pcInfo) 
 
 unsigned int SteeringClient::ChanageSimulatorSpeed(const unsigned int& p_nSpeed) {
   return Request(REQUEST_CHANGE_SIMULATOR_SPEED, CODE_FAILURE_PASSED_ON,
-                 [&] { return SendValue(&p_nSpeed, sizeof(p_nSpeed)); });
+                 [&] { return m_cCodec.Send(p_nSpeed); });
 }
 
 // Values and positions.
@@ -380,10 +380,8 @@ unsigned int SteeringClient::ChanageSimulatorSpeed(const unsigned int& p_nSpeed)
 unsigned int SteeringClient::ChangeCurrentValue(REQUEST_TYPE p_eCode,
                                                 const unsigned long long& p_nPosition,
                                                 const double& p_dValue) {
-  return Request(p_eCode, CODE_FAILURE_IS_FAILURE, [&] {
-    return Then(SendValue(&p_nPosition, sizeof(p_nPosition)),
-                [&] { return SendValue(&p_dValue, sizeof(p_dValue)); });
-  });
+  return Request(p_eCode, CODE_FAILURE_IS_FAILURE,
+                 [&] { return m_cCodec.Send(p_nPosition, p_dValue); });
 }
 
 unsigned int SteeringClient::ChangeCurrentParameterValues(const unsigned long long& p_nPosition,
@@ -435,11 +433,7 @@ unsigned int SteeringClient::ReceiveSteeredPlacePositions(
 
 unsigned int SteeringClient::SendPositions(REQUEST_TYPE p_eCode,
                                            const std::vector<unsigned long long>& p_anPositions) {
-  return Request(p_eCode, CODE_FAILURE_PASSED_ON, [&] {
-    const unsigned long long l_nCount = p_anPositions.size();
-    return SendArray(p_anPositions.empty() ? NULL : p_anPositions.data(), l_nCount,
-                     sizeof(unsigned long long));
-  });
+  return Request(p_eCode, CODE_FAILURE_PASSED_ON, [&] { return m_cCodec.Send(p_anPositions); });
 }
 
 unsigned int SteeringClient::SendSteeredParamPositions(
@@ -464,12 +458,12 @@ unsigned int SteeringClient::ResetMarkingValues() {
 
 unsigned int SteeringClient::RemoveModel(const wxString& p_sName, int& p_nResult) {
   return Request(REQUEST_REMOVE_MODEL, CODE_FAILURE_PASSED_ON, [&] {
-    return Then(SendString(p_sName), [&] { return ReceiveValue(&p_nResult, sizeof(p_nResult)); });
+    return Then(m_cCodec.Send(p_sName), [&] { return m_cCodec.Receive(p_nResult); });
   });
 }
 
 unsigned int SteeringClient::ReadMessage(REQUEST_TYPE p_eCode, wxString& p_sMessage) {
-  return Request(p_eCode, CODE_FAILURE_PASSED_ON, [&] { return ReceiveString(p_sMessage); });
+  return Request(p_eCode, CODE_FAILURE_PASSED_ON, [&] { return m_cCodec.Receive(p_sMessage); });
 }
 
 unsigned int SteeringClient::ReceiveErrorMessage(wxString& p_sMessage) {

@@ -51,17 +51,6 @@ void ReplaceViews(Model& p_cSource, Model& p_cTarget) {
   p_cTarget.SetActiveView(p_cSource.GetActiveView());
 }
 
-void CopyRowInfo(ResultMatrixInfo& p_cSource, ResultMatrixInfo& p_cTarget) {
-  const unsigned int l_nRows = p_cSource.GetRowCount();
-  p_cTarget.SetRowCount(l_nRows);
-  for (unsigned int l_nRow = 0; l_nRow < l_nRows; ++l_nRow) {
-    unsigned int l_nPosition = 0;
-    RM_ROW_TYPE l_eType = RM_ROW_TYPE_PLACE;
-    p_cSource.GetRowInfo(l_nRow, l_nPosition, l_eType);
-    p_cTarget.SetRowInfo(l_nRow, l_nPosition, l_eType);
-  }
-}
-
 void CopySettings(SimulatorAttribute& p_cSource, SimulatorAttribute& p_cTarget) {
   p_cTarget.Clear();
   for (unsigned int l_nIndex = 0; l_nIndex < p_cSource.size(); ++l_nIndex) {
@@ -499,11 +488,11 @@ bool SteeringModelStore::AppendOutputPoint(int p_nId, const std::vector<double>&
 }
 
 void SteeringModelStore::SetResultMatrixInfo(int p_nId, ResultMatrixInfo& p_cInfo) {
-  WithEntry(p_nId, [&](Entry& p_rEntry) { CopyRowInfo(p_cInfo, p_rEntry.m_cRowInfo); });
+  WithEntry(p_nId, [&](Entry& p_rEntry) { p_rEntry.m_cRowInfo.CopyFrom(p_cInfo); });
 }
 
 void SteeringModelStore::GetResultMatrixInfo(int p_nId, ResultMatrixInfo& p_cInfo) {
-  WithEntry(p_nId, [&](Entry& p_rEntry) { CopyRowInfo(p_rEntry.m_cRowInfo, p_cInfo); });
+  WithEntry(p_nId, [&](Entry& p_rEntry) { p_cInfo.CopyFrom(p_rEntry.m_cRowInfo); });
 }
 
 void SteeringModelStore::SetRuntimeState(int p_nId, ModelRuntimeState& p_cState) {

@@ -28,6 +28,19 @@ ResultMatrixInfo::ResultMatrixInfo(const unsigned int& p_nRowCount)
 
 ResultMatrixInfo::~ResultMatrixInfo() {}
 
+bool ResultMatrixInfo::CopyFrom(ResultMatrixInfo& p_rSource) {
+  if (&p_rSource == this) return true;
+  std::vector<int> l_anPositions, l_anTypes;
+  bool l_bCopied = false;
+  TRY_ALLOC(l_anPositions = p_rSource.m_anRowPositions.GetValue();
+            l_anTypes = p_rSource.m_anRowTypes.GetValue(); l_bCopied = true, );
+  if (!l_bCopied) return false;
+  m_nRowCount.SetValue(p_rSource.m_nRowCount.GetValue());
+  m_anRowPositions.GetValue().swap(l_anPositions);
+  m_anRowTypes.GetValue().swap(l_anTypes);
+  return true;
+}
+
 void ResultMatrixInfo::SetRowCount(const unsigned int& p_nRowCount) {
   // Both lists are built before the object changes. A count too large to
   // hold leaves no rows at all, so that the lists always match the count.
