@@ -94,6 +94,9 @@ struct Runtime::State {
   bool m_bReady = false;
   bool m_bFailed = false;
   bool m_bStopped = false;
+  // The application object (wxWidgets owns it); through its own type, since
+  // wxTheApp names the GUI's wxApp, which this module does not link.
+  wxAppConsole* m_pcApp = NULL;
   std::set<ServerHandle*> m_apcServers;
 };
 
@@ -145,23 +148,25 @@ Runtime& Runtime::Get(bool p_bNeedLoop) {
 
 void Runtime::Main() {
   State& l_rState = *m_pcState;
-  wxApp::SetInstance(new RuntimeApp);
+  wxAppConsole* l_pcApp = new RuntimeApp;
+  wxAppConsole::SetInstance(l_pcApp);
   int l_nArgc = 0;
   wxChar* l_apArgv[] = {NULL};
   bool l_bOk = wxEntryStart(l_nArgc, l_apArgv);
   if (l_bOk) {
-    wxTheApp->CallOnInit();
+    l_pcApp->CallOnInit();
     delete wxLog::SetActiveTarget(new PythonLog);
     l_bOk = wxSocketBase::IsInitialized() || wxSocketBase::Initialize();
   }
   {
     std::lock_guard<std::mutex> l_cLock(l_rState.m_cMutex);
     l_rState.m_cThreadId = std::this_thread::get_id();
+    l_rState.m_pcApp = l_pcApp;
     (l_bOk ? l_rState.m_bReady : l_rState.m_bFailed) = true;
   }
   l_rState.m_cChanged.notify_all();
   if (!l_bOk) return;
-  wxTheApp->OnRun();
+  l_pcApp->OnRun();
   // Lines that came in last.
   wxLog::FlushActive();
   // wxWidgets is left initialised: clients still open may close their
@@ -186,7 +191,7 @@ void Runtime::Call(const std::function<void()>& p_fTask) {
     if (l_rState.m_bStopped || l_rState.m_nPid != ::getpid())
       throw std::runtime_error("quor's runtime thread is not running");
     // Queued under the lock, so that it comes before the end of the loop.
-    wxTheApp->CallAfter([p_fTask, l_pcDone] {
+    l_rState.m_pcApp->CallAfter([p_fTask, l_pcDone] {
       std::exception_ptr l_pcError;
       try {
         p_fTask();
@@ -244,7 +249,8 @@ void Runtime::Shutdown() {
   {
     std::lock_guard<std::mutex> l_cLock(l_rState.m_cMutex);
     l_rState.m_bStopped = true;
-    wxTheApp->CallAfter([] { wxTheApp->ExitMainLoop(); });
+    wxAppConsole* l_pcApp = l_rState.m_pcApp;
+    l_pcApp->CallAfter([l_pcApp] { l_pcApp->ExitMainLoop(); });
   }
   WithoutGil l_cNoGil;
   l_rState.m_cThread.join();
