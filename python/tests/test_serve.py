@@ -13,7 +13,7 @@ import numpy as np
 import pytest
 
 import quor
-from conftest import DEADLINE, STEER_CHECK, STEER_DEMO, Program, wait_until
+from conftest import DEADLINE, STEER_CHECK, STEER_DEMO, Program, python_program, wait_until
 
 DECAY = quor.Net("decay", places={"X": 100.0}, parameters={"k": 0.1}, interval=(0, 40, 1))
 
@@ -263,3 +263,58 @@ def test_a_simulator_name_of_its_own():
             client.start()
         client.start("exact decay")
         assert client.wait().simulator == "exact decay"
+
+
+EXITING = '''
+import threading, time, quor
+net = quor.Net("slow", places={"X": 1.0}, interval=(0, 1000, 1))
+entered = threading.Event()
+def step(t, t_next, marking, parameters):
+    entered.set()
+    while not quor.should_stop():
+        time.sleep(0.005)
+server = quor.serve(step, net)
+client = quor.connect(port=server.port).attach(0)
+client.start()
+assert entered.wait(60)
+print("exiting", flush=True)
+'''
+
+
+def test_an_interpreter_that_exits_while_it_serves_and_steers(tmp_path):
+    script = tmp_path / "exiting.py"
+    script.write_text(EXITING)
+    with python_program(script) as program:
+        assert program.wait() == 0, "".join(program.err)
+    assert "".join(program.out) == "exiting\n"
+
+
+FORKING = '''
+import os, sys, quor
+net = quor.Net("decay", places={"X": 1.0}, interval=(0, 10, 1))
+server = quor.serve(lambda t, t_next, m, p: m, net)
+with quor.connect(port=server.port) as client:
+    client.attach(0)
+child = os.fork()
+if child == 0:
+    with quor.connect(port=server.port) as client:
+        client.attach(0)
+        client.start()
+        print("child:", client.wait().state, flush=True)
+    try:
+        quor.serve(lambda t, t_next, m, p: m, net)
+    except RuntimeError as error:
+        print("child:", error, flush=True)
+    sys.exit(0)
+print("parent: child", os.waitpid(child, 0)[1], flush=True)
+'''
+
+
+def test_clients_work_in_a_forked_child_and_serving_there_is_refused(tmp_path):
+    script = tmp_path / "forking.py"
+    script.write_text(FORKING)
+    with python_program(script) as program:
+        assert program.wait() == 0, "".join(program.err)
+    out = "".join(program.out)
+    assert "child: finished" in out and "parent: child 0" in out
+    assert "child: quor cannot serve a simulation in a process forked" in out
