@@ -2,6 +2,7 @@
 """Steering a running simulation: quor.connect() and quor.Client."""
 
 import math
+import numbers
 import threading
 import time
 from typing import Dict, List, NamedTuple, Optional
@@ -159,10 +160,10 @@ class Client:
     def __init__(self, host="127.0.0.1", port=_quor.DEFAULT_PORT, timeout=10.0):
         """Connects at once (see quor.connect)."""
         _check_text(host, "the host")
-        if isinstance(port, bool) or not isinstance(port, int) or not 0 < port < 65536:
+        if isinstance(port, bool) or not isinstance(port, numbers.Integral) or not 0 < port < 65536:
             raise ValueError(f"the port must be a whole number from 1 to 65535, not {port!r}")
         self._lock = threading.RLock()
-        self._handle = _quor.ClientHandle(host, port, float(timeout))
+        self._handle = _quor.ClientHandle(host, int(port), float(timeout))
         self._net = None
         self._handle.connect()
 
@@ -209,11 +210,11 @@ class Client:
                     raise KeyError(f"the server runs no model {model!r}; it runs "
                                    f"{_listing(names)}")
                 index = names.index(model)
-            elif isinstance(model, int) and not isinstance(model, bool):
+            elif isinstance(model, numbers.Integral) and not isinstance(model, bool):
                 if not 0 <= model < len(names):
                     raise IndexError(f"the server runs no model {model}; it runs "
                                      f"{_listing(names, numbered=True)}")
-                index = model
+                index = int(model)
             else:
                 raise TypeError(f"a model is chosen by index or name, not by "
                                 f"{type(model).__name__}")
@@ -354,11 +355,11 @@ class Client:
         """Paces the runs of the model: output points per second of wall
         clock time; 0 runs as fast as the simulator goes. Holds at once
         and for later runs."""
-        if (isinstance(points_per_second, bool) or not isinstance(points_per_second, int)
+        if (isinstance(points_per_second, bool) or not isinstance(points_per_second, numbers.Integral)
                 or not 0 <= points_per_second < 2 ** 32):
             raise ValueError("the speed is a whole number of output points per second, "
                              f"0 or more, not {points_per_second!r}")
-        self._steer(self._handle.set_speed, points_per_second)
+        self._steer(self._handle.set_speed, int(points_per_second))
 
     def state(self):
         """The state of the model's run: a quor.State."""
@@ -505,7 +506,7 @@ class Client:
             interval = Interval(*(current[i] if v is None else v
                                   for i, v in enumerate((start, end, step))))
             for name, value in zip(("start", "end", "step"), interval):
-                if isinstance(value, bool) or not isinstance(value, (int, float)) \
+                if isinstance(value, bool) or not isinstance(value, numbers.Real) \
                         or not math.isfinite(value):
                     raise ValueError(f"the {name} must be a finite number, not {value!r}")
             if not interval.step > 0:
@@ -546,14 +547,14 @@ def _setting_value(text):
 def _setting_text(name, value, entry):
     if isinstance(value, bool):
         text = "1" if value else "0"
-    elif isinstance(value, (int, float)):
+    elif isinstance(value, numbers.Real):
         if not math.isfinite(value):
             raise ValueError(f"setting {name!r} must be finite, not {value!r}")
         low, high = entry["min"], entry["max"]
         if low < high and not low <= value <= high:
             raise ValueError(f"setting {name!r} must lie between {low:g} and {high:g} "
                              f"(not {value!r})")
-        text = str(value) if isinstance(value, int) else repr(float(value))
+        text = str(int(value)) if isinstance(value, numbers.Integral) else repr(float(value))
     elif isinstance(value, str):
         text = value
     else:

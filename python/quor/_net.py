@@ -2,6 +2,7 @@
 """Nets as plain Python objects: what a client reads, uploads and serves."""
 
 import math
+import numbers
 from dataclasses import dataclass, field
 from typing import Dict, List, NamedTuple, Union
 
@@ -169,7 +170,7 @@ class Net:
                                "and a transition of the net")
             _check_amount(arc.weight, f"the weight of arc {arc.source!r} -> {arc.target!r}")
         start, end, step = self.interval
-        if not all(isinstance(v, (int, float)) and math.isfinite(v) for v in self.interval):
+        if not all(isinstance(v, numbers.Real) and math.isfinite(v) for v in self.interval):
             raise ValueError(f"the interval {tuple(self.interval)} holds a value that is not a "
                              "finite number")
         if not step > 0:
@@ -186,7 +187,7 @@ class Net:
                 if curve.kind not in ROW_KINDS:
                     raise ValueError(f"curve {curve.name!r}: kind {curve.kind!r} is not one of "
                                      f"{', '.join(ROW_KINDS)}")
-                if not isinstance(curve.index, int) or curve.index < 0:
+                if not isinstance(curve.index, numbers.Integral) or curve.index < 0:
                     raise ValueError(f"curve {curve.name!r}: the index must be a whole number "
                                      "of 0 or more")
         return self
@@ -217,7 +218,7 @@ class Net:
             "interval": tuple(float(v) for v in self.interval),
             "views": [{"name": v.name, "title": v.title, "x_label": v.x_label,
                        "y_label": v.y_label,
-                       "curves": [{"index": c.index, "name": c.name, "type": ROW_KINDS[c.kind],
+                       "curves": [{"index": int(c.index), "name": c.name, "type": ROW_KINDS[c.kind],
                                    "color": c.color, "show": bool(c.show), "width": int(c.width),
                                    "style": int(c.style)} for c in v.curves]}
                       for v in self.views],
@@ -264,7 +265,7 @@ def _check_name(text, what):
 
 
 def _check_amount(value, what):
-    if isinstance(value, bool) or not isinstance(value, (int, float)):
+    if isinstance(value, bool) or not isinstance(value, numbers.Real):
         try:
             value = float(value)
         except (TypeError, ValueError):

@@ -3,6 +3,7 @@
 
 import logging
 import math
+import numbers
 import time
 from collections.abc import Mapping
 
@@ -61,7 +62,7 @@ class Server:
                             "parameters) -> marking")
         if not isinstance(net, Net):
             raise TypeError(f"serve takes a quor.Net, not {type(net).__name__}")
-        if isinstance(port, bool) or not isinstance(port, int) or not 0 <= port < 65536:
+        if isinstance(port, bool) or not isinstance(port, numbers.Integral) or not 0 <= port < 65536:
             raise ValueError(f"the port must be a whole number from 0 to 65535, not {port!r}")
         _check_text(bind, "the address to listen on")
         category, name = (simulator if isinstance(simulator, tuple)
@@ -73,7 +74,8 @@ class Server:
         self.bind = bind
         # The runs hold the stepper, not the server: a server that is no
         # longer referenced stops.
-        self._handle = _quor.ServerHandle(_Stepper(step, net), data, bind, port, category, name)
+        self._handle = _quor.ServerHandle(_Stepper(step, net), data, bind, int(port), category,
+                                          name)
 
     @property
     def port(self):

@@ -190,3 +190,15 @@ def test_the_exact_solution_of_an_uploaded_decay_net(simd):
         assert names == ["X"] and values.shape == (1, 21)
         np.testing.assert_allclose(values[0], 100.0 * np.exp(-0.2 * times), rtol=1e-5)
         assert values[0, -1] == pytest.approx(100 * math.exp(-2), rel=1e-5)
+
+
+def test_numpy_numbers_are_numbers(simd):
+    with quor.connect(port=np.int64(simd.port)) as client:
+        client.attach(np.int64(0))
+        client.speed(np.int32(0))
+        client.set_parameters(beta=np.float32(0.0002))
+        client.start(start=np.int64(0), end=np.int64(5), step=np.float64(0.5))
+        client.wait()
+        assert client.results().values.shape == (3, 11)
+        client.set_settings("stochastic", Seed=np.uint64(5))
+        assert client.settings("stochastic") == {"Seed": 5}
