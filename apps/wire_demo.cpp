@@ -8,7 +8,7 @@
 // both use blocking wx sockets, so neither needs an event loop.
 #include <quor/quor.h>
 
-#include <wx/init.h>
+#include <wx/cmdline.h>
 #include <wx/socket.h>
 
 #include <arpa/inet.h>
@@ -23,6 +23,9 @@
 #include <thread>
 #include <vector>
 
+#include "quorapp/console.h"
+#include "quorapp/program.h"
+
 namespace {
 
 int ListenLoopback(unsigned short* p_pnPort) {
@@ -32,7 +35,7 @@ int ListenLoopback(unsigned short* p_pnPort) {
   l_cAddr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   if (l_nFd < 0 || ::bind(l_nFd, reinterpret_cast<sockaddr*>(&l_cAddr), sizeof(l_cAddr)) != 0 ||
       ::listen(l_nFd, 1) != 0) {
-    std::perror("listen on loopback");
+    std::perror("quor-wire-demo: listening on loopback");
     std::exit(1);
   }
   socklen_t l_nLen = sizeof(l_cAddr);
@@ -80,10 +83,21 @@ void Step(const char* p_sWhat) { std::printf("%s\n", p_sWhat); std::fflush(stdou
 
 }  // namespace
 
-int main() {
-  wxInitializer l_cInitializer;
-  if (!l_cInitializer.IsOk()) return 1;
-  wxSocketBase::Initialize();
+const quor::app::ProgramInfo PROGRAM = {
+    "quor-wire-demo",
+    "Two library endpoints exchange a few values and strings over loopback through a relay "
+    "that prints every byte, acknowledgements and compressed frames included."};
+
+int main(int argc, char** argv) {
+  quor::app::Console l_cConsole(argc, argv);
+  if (!l_cConsole.IsOk()) return quor::app::EXIT_STATUS_FAILURE;
+  wxCmdLineParser l_cParser(l_cConsole.GetArgc(), l_cConsole.GetArgv());
+  quor::app::AddStandardOptions(l_cParser, PROGRAM);
+  wxString l_sMessage;
+  const quor::app::ParseOutcome l_eOutcome =
+      quor::app::ParseCommandLine(l_cParser, PROGRAM, l_sMessage);
+  if (l_eOutcome != quor::app::ParseOutcome::RUN)
+    return quor::app::FinishParse(l_eOutcome, l_sMessage);
 
   unsigned short l_nSenderPort = 0, l_nReceiverPort = 0;
   int l_nSenderListen = ListenLoopback(&l_nSenderPort);
@@ -150,5 +164,5 @@ int main() {
 
   const bool l_bOk = l_nResult == 1 && l_bReceivedOk;
   std::printf("\n%s\n", l_bOk ? "All values arrived intact." : "The exchange FAILED.");
-  return l_bOk ? 0 : 1;
+  return l_bOk ? quor::app::EXIT_STATUS_SUCCESS : quor::app::EXIT_STATUS_FAILURE;
 }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Bulk: ReadResultMatrix of smooth matrices over loopback, beside zlib's
+// Bulk: ReadResultMatrix of smooth matrices over loopback, from the store of
+// the library's server through SteeringDispatcher, beside zlib's
 // compress (default level) plus uncompress of the same bytes, and beside a
 // raw socket transfer of the uncompressed bytes.
 #include <benchmark/benchmark.h>
@@ -51,7 +52,8 @@ std::vector<double> RowMajor(const Matrix& p_aadMatrix) {
 // its results over a connection that it keeps. The library's connection and
 // the raw one are treated alike.
 struct Peers {
-  std::unique_ptr<LoopbackSession> m_pcSession;
+  std::unique_ptr<DispatcherServer> m_pcServer;
+  RegisteredClient m_pcClient;
   std::unique_ptr<RawPingPong> m_pcRaw;
 };
 
@@ -68,13 +70,14 @@ bool ReadInto(quor::SteeringClient& p_cClient, const Shape& p_cShape, Matrix& p_
 
 quor::SteeringClient& WarmClient(const Shape& p_cShape) {
   Peers& l_cPeers = AllPeers()[std::make_pair(p_cShape.m_nRows, p_cShape.m_nColumns)];
-  if (!l_cPeers.m_pcSession) {
-    l_cPeers.m_pcSession.reset(new LoopbackSession(&CachedMatrix(p_cShape), nullptr));
+  if (!l_cPeers.m_pcClient) {
+    l_cPeers.m_pcServer.reset(new DispatcherServer(CachedMatrix(p_cShape)));
+    l_cPeers.m_pcClient = l_cPeers.m_pcServer->Connect();
     Matrix l_aadReceived;
-    if (!ReadInto(l_cPeers.m_pcSession->Client(), p_cShape, l_aadReceived))
+    if (!ReadInto(*l_cPeers.m_pcClient, p_cShape, l_aadReceived))
       Fail("the first ReadResultMatrix failed");
   }
-  return l_cPeers.m_pcSession->Client();
+  return *l_cPeers.m_pcClient;
 }
 
 RawPingPong& WarmRaw(const Shape& p_cShape) {

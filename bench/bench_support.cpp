@@ -8,14 +8,19 @@
 #include <unistd.h>
 #include <zlib.h>
 
+#include <wx/app.h>
+#include <wx/apptrait.h>
+#include <wx/evtloop.h>
 #include <wx/socket.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <future>
 #include <random>
 #include <string>
@@ -25,6 +30,7 @@
 #include "quor/modelView.h"
 #include "quor/steeringclient.h"
 #include "quor/steeringcmd.h"
+#include "quor/steeringdispatcher.h"
 
 namespace quor_bench {
 
@@ -84,6 +90,85 @@ bool PlayScript(int p_nFd, const std::vector<RawFrame>& p_aScript, bool p_bServe
 const wxSocketFlags BLOCKING_FLAGS = wxSOCKET_WAITALL | wxSOCKET_BLOCK;
 
 }  // namespace
+
+// ---------------------------------------------------------------------------
+// DispatcherServer
+
+namespace {
+
+// Runs the main thread's event loop until the function, run on a thread of
+// its own meanwhile, has returned.
+void WhileRunningEvents(const std::function<void()>& p_fWork) {
+  std::atomic<bool> l_bDone{false};
+  std::thread l_cWorker([&] {
+    p_fWork();
+    l_bDone = true;
+  });
+  wxAppConsole* l_pcApp = wxAppConsole::GetInstance();
+  std::unique_ptr<wxEventLoopBase> l_pcLoop(l_pcApp->GetTraits()->CreateEventLoop());
+  wxEventLoopActivator l_cActive(l_pcLoop.get());
+  while (!l_bDone.load()) {
+    l_pcLoop->DispatchTimeout(10);
+    l_pcApp->ProcessPendingEvents();
+  }
+  l_cWorker.join();
+}
+
+}  // namespace
+
+DispatcherServer::DispatcherServer(const Matrix& p_aadResults)
+    : m_pcServer(new quor::SteeringServer), m_pcHandler(new quor::SteeringHandler) {
+  quor::Model* l_pcNet = new quor::Model(NULL, wxT("net"), 2, 3);
+  l_pcNet->SetPlaceNames({wxT("A"), wxT("B"), wxT("C")});
+  l_pcNet->SetTransitionNames({wxT("t1"), wxT("t2")});
+  std::vector<wxString> l_asParameters;
+  for (int i = 0; i < 16; ++i) l_asParameters.push_back(wxString::Format(wxT("k%d"), i));
+  l_pcNet->SetAttributeValue(wxT("PARAMETER_NAMES"), l_asParameters);
+  l_pcNet->SetInitialParameterValues(std::vector<double>(16, 0.5));
+  l_pcNet->SetCurrentParameterValues(std::vector<double>(16, 0.5));
+  const int l_nNet = m_pcHandler->GetStore().AddModel(l_pcNet);
+  m_pcHandler->GetStore().SetResultMatrix(l_nNet, p_aadResults);
+  m_pcHandler->GetStore().SetSimulatorState(l_nNet, 1);
+
+  m_pcServer->SetPort(0);
+  m_pcServer->SetAddress(wxT("127.0.0.1"));
+  if (!m_pcServer->DoStartServer(0)) Fail("cannot listen on 127.0.0.1");
+  m_pcDispatcher.reset(new quor::SteeringDispatcher(*m_pcServer, *m_pcHandler));
+  m_pcDispatcher->SetTimeout(SOCKET_TIMEOUT_SECONDS);
+  if (!m_pcDispatcher->Start()) Fail("the dispatcher does not start");
+}
+
+DispatcherServer::~DispatcherServer() {
+  m_pcDispatcher.reset();
+  m_pcServer->GetServerSocket()->Destroy();
+}
+
+void ClientDeleter::operator()(quor::SteeringClient* p_pcClient) const {
+  delete p_pcClient->GetModel();
+  delete p_pcClient;
+}
+
+RegisteredClient DispatcherServer::Connect() {
+  std::vector<RegisteredClient> l_apcClients = ConnectMany(1);
+  return std::move(l_apcClients.front());
+}
+
+std::vector<RegisteredClient> DispatcherServer::ConnectMany(size_t p_nClients) {
+  std::vector<RegisteredClient> l_apcClients;
+  const wxString l_sService = wxString::Format(wxT("%u"), m_pcServer->GetPort());
+  for (size_t i = 0; i < p_nClients; ++i) {
+    l_apcClients.emplace_back(new quor::SteeringClient(wxT("127.0.0.1"), l_sService));
+    l_apcClients.back()->SetTimeout(SOCKET_TIMEOUT_SECONDS);
+  }
+  std::atomic<size_t> l_nFailed{0};
+  WhileRunningEvents([&] {
+    for (RegisteredClient& l_pcClient : l_apcClients) {
+      if (l_pcClient->ConnectToServer(true) != 1 || l_pcClient->Initialize(0) != 1) ++l_nFailed;
+    }
+  });
+  if (l_nFailed.load() != 0) Fail("a client cannot connect through the dispatcher");
+  return l_apcClients;
+}
 
 // ---------------------------------------------------------------------------
 // LoopbackServer
@@ -148,32 +233,6 @@ void LoopbackServer::Serve(void* p_pcRawSocket) {
     int l_nCode = 0;
     if (l_cHalves.ReceiveValue(&l_nCode, 4) != 1) return;
     switch (l_nCode) {
-      case quor::REQUEST_SEND_CMD: {
-        int l_nCommand = 0;
-        if (l_cHalves.ReceiveValue(&l_nCommand, 4) != 1) return;
-        if (l_nCommand == quor::CMD_START || l_nCommand == quor::CMD_RESTART) {
-          wxString l_sName;
-          double l_dStart, l_dEnd, l_dSampling;
-          if (l_cHalves.ReceiveStartCMD(l_sName, l_dStart, l_dEnd, l_dSampling) != 1) return;
-        } else if (l_nCommand != quor::CMD_PAUSE && l_nCommand != quor::CMD_RESUME &&
-                   l_nCommand != quor::CMD_STOP) {
-          double l_dValue;
-          if (l_cHalves.ReceiveValue(&l_dValue, 8) != 1) return;
-        }
-        break;
-      }
-      case quor::REQUEST_CHANGE_CURRENT_PARAMETER_VALUES: {
-        unsigned long long l_nPosition = 0;
-        double l_dValue = 0;
-        if (l_cHalves.ReceiveValue(&l_nPosition, 8) != 1) return;
-        if (l_cHalves.ReceiveValue(&l_dValue, 8) != 1) return;
-        break;
-      }
-      case quor::REQUEST_READ_SIMULATOR_STATE: {
-        const int l_nState = 1;
-        if (l_cHalves.SendValue(&l_nState, 4) != 1) return;
-        break;
-      }
       case quor::REQUEST_READ_RESULT_MATRIX: {
         if (m_pcMatrix == NULL) return;
         if (l_cHalves.SendVector2D(*m_pcMatrix) != 1) return;

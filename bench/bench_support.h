@@ -1,14 +1,17 @@
 // SPDX-License-Identifier: MIT
-// Shared pieces of the benchmark programs: a loopback server that answers a
-// SteeringClient at once with the library's own send and receive halves, a
-// raw POSIX ping-pong peer that moves the same frames without the library
-// (the latency floor), and the data that the benchmarks move: smooth result
+// Shared pieces of the benchmark programs: the library's own server
+// (SteeringServer, SteeringDispatcher and the default handler with its
+// store) as a user's simulation runs it, a loopback server that answers
+// whole-model transfers with the library's send and receive halves, a raw
+// POSIX ping-pong peer that moves the same frames without the library (the
+// latency floor), and the data that the benchmarks move: smooth result
 // matrices and nets with names, arcs and views.
 //
-// Everything here runs with blocking sockets (wait-all, block), so the
-// server threads need no event loop. wxWidgets must be initialised on the
-// main thread (wxInitializer, wxSocketBase::Initialize) before any of it is
-// used.
+// Clients and the loopback server use blocking sockets (wait-all, block)
+// and need no event loop; the dispatcher accepts on the main thread, which
+// runs the event loop while a client connects. wxWidgets must be
+// initialised on the main thread (wxInitializer, wxSocketBase::Initialize)
+// before any of it is used.
 #ifndef QUOR_BENCH_SUPPORT_H
 #define QUOR_BENCH_SUPPORT_H
 
@@ -23,6 +26,9 @@
 namespace quor {
 class Model;
 class SteeringClient;
+class SteeringDispatcher;
+class SteeringHandler;
+class SteeringServer;
 class SteeringVector;
 }  // namespace quor
 
@@ -34,12 +40,40 @@ typedef std::vector<std::vector<double> > Matrix;
 // for the largest transfer on a loaded machine.
 constexpr int SOCKET_TIMEOUT_SECONDS = 120;
 
+// A steerable simulation without the simulation: SteeringServer on
+// 127.0.0.1 (an ephemeral port) with SteeringDispatcher and the default
+// SteeringHandler, whose store runs one net of three places and sixteen
+// parameters with the given result matrix. Requests go through the
+// dispatcher and the store exactly as a user's requests do. REQUIRES: the
+// main thread, for all of it.
+// A client and the model it received when it registered, deleted with it.
+struct ClientDeleter {
+  void operator()(quor::SteeringClient* p_pcClient) const;
+};
+typedef std::unique_ptr<quor::SteeringClient, ClientDeleter> RegisteredClient;
+
+class DispatcherServer {
+ public:
+  explicit DispatcherServer(const Matrix& p_aadResults = Matrix());
+  ~DispatcherServer();
+  // A client connected through the dispatcher (the main thread runs the
+  // event loop while it connects) and registered with the net
+  // (Initialize(0)). Aborts the program when that fails.
+  RegisteredClient Connect();
+  // As many clients, one after the other.
+  std::vector<RegisteredClient> ConnectMany(size_t p_nClients);
+
+ private:
+  std::unique_ptr<quor::SteeringServer> m_pcServer;
+  std::unique_ptr<quor::SteeringHandler> m_pcHandler;
+  std::unique_ptr<quor::SteeringDispatcher> m_pcDispatcher;
+};
+
 // A server thread on 127.0.0.1 (an ephemeral port) that accepts one
 // connection, announces the protocol version and answers each request at
-// once: a command, a parameter change, the simulator state, the result
-// matrix, and registration (an uploaded model is received and dropped; an
-// attach is answered with the stored model). It stops when the client
-// closes the connection.
+// once: the result matrix, and registration (an uploaded model is received
+// and dropped; an attach is answered with the stored model). It stops when
+// the client closes the connection.
 class LoopbackServer {
  public:
   // The matrix and the model are read by the server thread while it runs

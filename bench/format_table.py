@@ -42,6 +42,10 @@ def fmt_time(seconds):
     return "%.2f s" % seconds
 
 
+def fmt_rate(per_second):
+    return "{:,.0f}/s".format(per_second)
+
+
 def fmt_mb(nbytes):
     return "%.1f MB" % (nbytes / 1e6)
 
@@ -80,6 +84,25 @@ def main(argv):
         base = "request:%s:" % request
         row("%s (%d frames)" % (request, frames), base + "ours", base + "floor-raw",
             "raw POSIX ping-pong of the same frames")
+
+    for clients in (8, 32, 64):
+        base = "concurrent:ReadSimulatorState-%d:" % clients
+        label = "ReadSimulatorState, %d clients at once" % clients
+        floor_label = "%d raw ping-pong pairs at once" % clients
+        lost = [n for n in (base + "ours", base + "floor-raw") if not times.get(n)]
+        if lost:
+            missing.extend(lost)
+            rows.append((label + " — vs " + floor_label, "failed", "failed", "—"))
+            continue
+        ours, floor = times[base + "ours"][1], times[base + "floor-raw"][1]
+        # Throughput: the ratio is floor / ours, so that above 1 is slower
+        # than the floor, as for the times.
+        rps_ours, rps_floor = ours["requests_per_second"], floor["requests_per_second"]
+        rows.append(("%s: requests per second — vs %s" % (label, floor_label),
+                     fmt_rate(rps_ours), fmt_rate(rps_floor), "%.1f×" % (rps_floor / rps_ours)))
+        for key, what in (("p50_seconds", "median latency"), ("p99_seconds", "99th percentile")):
+            rows.append(("%s: %s — vs %s" % (label, what, floor_label), fmt_time(ours[key]),
+                         fmt_time(floor[key]), "%.1f×" % (ours[key] / floor[key])))
 
     for r, c in ((100, 1000), (1000, 1000), (1000, 10000)):
         base = "bulk:ReadResultMatrix-%dx%d:" % (r, c)

@@ -244,17 +244,40 @@ TEST(AttributeBounds, ListOfRecordsReadsOnlyWholeLists) {
 }
 
 // The list grows only up to the element whose read was refused; the
-// elements before it hold their new values.
+// elements before it hold their new values. (The count fits the block at
+// the least size of a record, 8 bytes; the second record's text does not.)
 TEST(AttributeBounds, ListOfRecordsCutInsideAnElementGrowsUpToIt) {
   int l_nClones = 0;
-  CountedInt l_cProto(100, &l_nClones);
+  quor::AttributeStruct l_cProto(wxT("R"));
+  l_cProto.AddField(new CountedInt(100, &l_nClones));
+  l_cProto.AddField(new Attribute(wxT("S"), wxT("")));
   quor::AttributeVectorAttribute l_c(wxT("L"), &l_cProto);
-  const Outcome l_cCut = UnpackBounded(l_c, Hex("03 00 00 00 01 00 00 00 02 00"));
+  const Outcome l_cCut = UnpackBounded(l_c, Hex("03 00 00 00 "
+                                                "01 00 00 00 04 00 00 00 61 62 63 64 "
+                                                "02 00 00 00 09 00 00 00 61 "
+                                                "00 00 00 00 00 00"));
   EXPECT_TRUE(l_cCut.overrun);
   EXPECT_EQ(l_nClones, 2);
   ASSERT_EQ(l_c.size(), 2u);
-  EXPECT_EQ(IntOf(l_c.GetElement(0)), 1);
-  EXPECT_EQ(IntOf(l_c.GetElement(1)), 100);  // a fresh clone, not read into
+  quor::AttributeStruct* l_pcFirst = dynamic_cast<quor::AttributeStruct*>(l_c.GetElement(0));
+  quor::AttributeStruct* l_pcSecond = dynamic_cast<quor::AttributeStruct*>(l_c.GetElement(1));
+  ASSERT_TRUE(l_pcFirst != nullptr && l_pcSecond != nullptr);
+  EXPECT_EQ(IntOf(l_pcFirst->GetField(wxT("A"))), 1);
+  EXPECT_EQ(l_pcFirst->GetField(wxT("S"))->GetValueString(), wxT("abcd"));
+  EXPECT_EQ(l_pcSecond->GetField(wxT("S"))->GetValueString(), wxT(""));  // not read into
+}
+
+// A count is refused before any clone when the block cannot hold that many
+// elements at the least size of the prototype's shape (here 4 bytes: an
+// int), not just one byte each.
+TEST(AttributeBounds, ListOfRecordsCountIsCheckedAtTheLeastSizeOfAnElement) {
+  int l_nClones = 0;
+  CountedInt l_cProto(100, &l_nClones);
+  quor::AttributeVectorAttribute l_c(wxT("L"), &l_cProto);
+  const Outcome l_cCut = UnpackBounded(l_c, Hex("03 00 00 00 01 00 00 00 02 00 00 00 03 00"));
+  EXPECT_TRUE(l_cCut.overrun);
+  EXPECT_EQ(l_nClones, 0);
+  EXPECT_EQ(l_c.size(), 0u);
 }
 
 TEST(AttributeBounds, ListOfRecordsWithInflatedCountIsRefusedBeforeAnyClone) {

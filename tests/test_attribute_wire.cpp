@@ -332,7 +332,8 @@ TEST(AttributeWireVector, ElementsThatCannotBeReceivedGiveTheTransportCode) {
   const unsigned int l_nResult = l_c.ReceiveValue(&l_cWire.base);
   l_cWire.pair.Join();
   EXPECT_NE(l_nResult, 1u);
-  EXPECT_EQ(l_c.GetValue().size(), 2u);  // the new length
+  // The list is sized once the elements have arrived: it stays empty.
+  EXPECT_TRUE(l_c.GetValue().empty());
 }
 
 // One value carries at most 2^32 - 1 bytes: a count whose elements cannot
@@ -550,10 +551,25 @@ TEST_F(AttributeWireVectorAttributeReceive, CountIsCutToThirtyTwoBits) {
 
 // A count announced by the peer costs memory only as far as elements for it
 // arrive: the list grows one clone at a time.
-TEST_F(AttributeWireVectorAttributeReceive, HugeAnnouncedCountGrowsOnlyWithTheElementsThatArrive) {
-  EXPECT_NE(Receive(0xFFFFFFFFull, {{3, 1}}, true), 1u);
+TEST_F(AttributeWireVectorAttributeReceive, LargeAnnouncedCountGrowsOnlyWithTheElementsThatArrive) {
+  EXPECT_NE(Receive(100000, {{3, 1}}, true), 1u);
   EXPECT_LE(m_cList.size(), 2u);
   EXPECT_EQ(IntField(m_cList.GetElement(0), "A"), 3);
+}
+
+// More records than the value limit can hold are refused before the first
+// clone, as an allocation failure.
+TEST_F(AttributeWireVectorAttributeReceive, CountBeyondTheValueLimitIsRefusedBeforeAnyClone) {
+  LogCapture l_cLog;
+  m_cList.AddElement(RecordAB(9, true).release());
+  EXPECT_EQ(Receive(0xFFFFFFFFull, {}), FAILURE);
+  EXPECT_EQ(m_cList.size(), 1u);
+  EXPECT_EQ(IntField(m_cList.GetElement(0), "A"), 9);
+  EXPECT_EQ(l_cLog.Texts(), std::vector<std::string>{"Error: cannot allocate memory"});
+  // With a lower limit, a count that the default admits is refused too.
+  m_cWire.base.SetMaxValueSize(1000 * quor::ClonedMemory(m_pcProto.get()));
+  EXPECT_EQ(Receive(1001, {}), FAILURE);
+  EXPECT_EQ(m_cList.size(), 1u);
 }
 
 TEST(AttributeWireVectorAttribute, CountThatCannotBeReceivedIsReturned) {

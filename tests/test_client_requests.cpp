@@ -116,14 +116,15 @@ TEST(ClientRequest01, AFailedCommandTypeFrameMakesSendCmdFailure) {
 
 TEST(ClientRequest01, AfterAFailedCodeFrameTheValueAndTheStartCommandStillGo) {
   // The server never acknowledges the code: the code frame fails after the
-  // socket timeout (one second here), the command type is left out, and
-  // the payload follows anyway; its result decides.
+  // socket's own timeout (one second here, well within the request's
+  // deadline of the client's ten seconds), the command type is left out,
+  // and the payload follows anyway; its result decides.
   {
     ClientSession l_cSession([](RawPeer& p) {
       p.Read(4);
       p.RecvValue<double>();
     });
-    l_cSession.Client().SetTimeout(1);
+    l_cSession.Client().GetClientSocket()->SetTimeout(1);
     EXPECT_EQ(l_cSession.Client().Send_CMD(CMD_STOP, -4.0), 1u);
     EXPECT_EQ(ToHex(l_cSession.FromClient()), ToHex(Cat({Code(1), Le(-4.0)})));
   }
@@ -133,7 +134,7 @@ TEST(ClientRequest01, AfterAFailedCodeFrameTheValueAndTheStartCommandStillGo) {
       p.RecvString();
       p.RecvFrame(24);
     });
-    l_cSession.Client().SetTimeout(1);
+    l_cSession.Client().GetClientSocket()->SetTimeout(1);
     EXPECT_EQ(l_cSession.Client().CMD_Start(wxT("run"), 1.0, 2.0, 3.0), 1u);
     EXPECT_EQ(ToHex(l_cSession.FromClient()),
               ToHex(Cat({Code(1), StringFrame("run"), Doubles({1.0, 2.0, 3.0})})));
@@ -714,13 +715,14 @@ TEST(ClientRequest34, WriteCurrentSimulatorNameSendsTwoStrings) {
 
 TEST(ClientRequest34, AFailedFirstNameDoesNotStopTheSecond) {
   // The first name's count is never acknowledged (it fails after the
-  // one-second timeout); the second name follows and its result counts.
+  // socket's own one-second timeout, within the request's deadline of the
+  // client's ten seconds); the second name follows and its result counts.
   ClientSession l_cSession([](RawPeer& p) {
     p.RecvValue<int32_t>();
     p.Read(8);
     p.RecvString();
   });
-  l_cSession.Client().SetTimeout(1);
+  l_cSession.Client().GetClientSocket()->SetTimeout(1);
   EXPECT_EQ(l_cSession.Client().WriteCurrentSimulatorName(wxT("ODE"), wxT("euler")), 1u);
   EXPECT_EQ(ToHex(l_cSession.FromClient()),
             ToHex(Cat({Code(34), Le<uint64_t>(3), StringFrame("euler")})));

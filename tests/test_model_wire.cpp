@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "log_capture.h"
 #include "raw_peer.h"
 #include "quor/attributeTransitionConnection.h"
 #include "quor/attributeVector.h"
@@ -21,6 +22,8 @@
 #include "quor/modelView.h"
 
 using quor::ColoredModel;
+using quor::FAILURE;
+using quor_test::LogCapture;
 using quor::Model;
 using quor::ModelView;
 using quor_test::Bytes;
@@ -783,15 +786,35 @@ TEST(ModelWire, PartialViewReceiveKeepsWhatArrivedAndStops) {
             ToHex(Bytes(1 + 1 + AcksOf(l_aView.size()), 0x61)));
 }
 
+// More views than the value limit can hold are refused as an allocation
+// failure before the first is built; the views held so far stay.
 TEST(ModelWire, HugeAnnouncedViewCountDoesNotAllocateAhead) {
+  LogCapture l_cLog;
   LoopbackPair l_cPair;
   Model l_cModel(l_cPair.Socket(), wxT("m"), 1, 1);
+  l_cModel.AddModelView(new quor::ModelView(wxT("held"), NULL));
   l_cPair.Run([](RawPeer& p_cPeer) {
     p_cPeer.SendValue<uint32_t>(0xFFFFFFFFu);
     ::shutdown(p_cPeer.Fd(), SHUT_WR);
   });
   const unsigned int l_nResult = l_cModel.ReceiveModelViews();
   l_cPair.Join();
+  EXPECT_EQ(l_nResult, FAILURE);
+  ASSERT_EQ(l_cModel.GetModelViews()->size(), 1u);
+  EXPECT_EQ((*l_cModel.GetModelViews())[0]->GetName(), wxT("held"));
+  EXPECT_EQ(l_cLog.Texts(), std::vector<std::string>{"Error: cannot allocate memory"});
+}
+
+// Within the limit, a huge count still builds only the views that arrive.
+TEST(ModelWire, LargeAnnouncedViewCountBuildsOnlyTheViewsThatArrive) {
+  LoopbackPair l_cPair;
+  Model l_cModel(l_cPair.Socket(), wxT("m"), 1, 1);
+  l_cPair.Run([](RawPeer& p_cPeer) {
+    p_cPeer.SendValue<uint32_t>(1000);
+    ::shutdown(p_cPeer.Fd(), SHUT_WR);
+  });
+  const unsigned int l_nResult = l_cModel.ReceiveModelViews();
+  l_cPair.Join();
   EXPECT_NE(l_nResult, 1u);
-  EXPECT_EQ(l_cModel.GetModelViews()->size(), 1u);
+  EXPECT_EQ(l_cModel.GetModelViews()->size(), 1u);  // the one whose read failed
 }

@@ -733,6 +733,35 @@ TEST_F(RunnerTest, HooksFollowTheRunInOrder) {
   EXPECT_EQ(m_cStore.GetResultMatrix(m_nModel), (SteeringMatrix{{10, 11, 15, 19}, {5, 5, 6, 6}}));
 }
 
+// The summary follows the end hook and ends the run's line; a summary
+// that throws leaves the line as it is and is reported on its own.
+TEST_F(RunnerTest, TheSummaryEndsTheLineOfTheRunsEnd) {
+  std::vector<std::string> l_asEvents;
+  SteeringRunPlan l_cPlan = Plan(2);
+  l_cPlan.m_fEnd = [&](int) { l_asEvents.push_back("end"); };
+  l_cPlan.m_fSummary = [&] {
+    l_asEvents.push_back("summary");
+    return wxString(wxT("3 runs"));
+  };
+  {
+    SteeringRunner l_cRunner(m_cStore, m_nModel);
+    ASSERT_TRUE(l_cRunner.Start(l_cPlan, false, NULL));
+    l_cRunner.Join();
+  }
+  EXPECT_EQ(l_asEvents, (std::vector<std::string>{"end", "summary"}));
+  const std::string l_sLine = m_cStore.GetLogMessage(m_nModel).ToStdString();
+  EXPECT_NE(l_sLine.find("run finished ("), std::string::npos) << l_sLine;
+  EXPECT_EQ(l_sLine.substr(l_sLine.size() - 8), "; 3 runs") << l_sLine;
+
+  l_cPlan.m_fSummary = []() -> wxString { throw std::runtime_error("no summary"); };
+  SteeringRunner l_cRunner(m_cStore, m_nModel);
+  ASSERT_TRUE(l_cRunner.Start(l_cPlan, false, NULL));
+  l_cRunner.Join();
+  EXPECT_EQ(l_cRunner.GetState(), SIMULATOR_FINISHED);
+  const std::string l_sPlain = m_cStore.GetLogMessage(m_nModel).ToStdString();
+  EXPECT_EQ(l_sPlain.back(), ')') << l_sPlain;
+}
+
 TEST_F(RunnerTest, TheStepFunctionNeverRunsOnTwoThreadsAtOnce) {
   SteeringRunner l_cRunner(m_cStore, m_nModel);
   SteeringRunPlan l_cPlan = Plan(50);

@@ -17,6 +17,18 @@ bool Decay(quor::SteeringStep& p_rStep) {
 class DecayApp : public wxAppConsole {
  public:
   bool OnInit() override {
+    if (argc > 1) {  // --help and --version; anything else is a usage error
+      const wxString l_sArg = argv[1];
+      if (l_sArg == wxT("--help"))
+        std::printf("Usage: quor-example-run [--help | --version]\n"
+                    "Serves the decay model on a free port until Ctrl-C.\n");
+      else if (l_sArg == wxT("--version"))
+        std::printf("quor-example-run %s\n", quor::GetVersionString());
+      else
+        std::fprintf(stderr, "Usage: quor-example-run (or --help, --version)\n");
+      m_nExitCode = l_sArg == wxT("--help") || l_sArg == wxT("--version") ? 0 : 2;
+      return true;
+    }
     quor::Model* l_pcModel = new quor::Model(NULL, wxT("decay"), 1, 1);  // 1 transition, 1 place
     l_pcModel->SetPlaceNames({wxT("X")});
     l_pcModel->SetTransitionNames({wxT("decay")});
@@ -30,21 +42,25 @@ class DecayApp : public wxAppConsole {
     m_pcServer.reset(new quor::SteeringServer);
     m_pcServer->SetPort(0);  // any free port; DoStartServer's argument is not used
     if (!m_pcServer->DoStartServer(0)) return true;  // OnRun then fails
-    std::printf("listening on port %u\n", m_pcServer->GetPort());
+    std::printf("quor-example-run listening on port %u\n", m_pcServer->GetPort());
     std::fflush(stdout);
     m_pcDispatcher.reset(new quor::SteeringDispatcher(*m_pcServer, m_cSimulation));
     return m_pcDispatcher->Start();
   }
   // Serves the clients until the program is stopped (Ctrl-C); 1 if it could not listen.
-  int OnRun() override { return m_pcDispatcher ? wxAppConsole::OnRun() : 1; }
+  int OnRun() override {
+    if (m_nExitCode >= 0) return m_nExitCode;
+    return m_pcDispatcher ? wxAppConsole::OnRun() : 1;
+  }
   int OnExit() override {
     m_pcDispatcher.reset();  // closes the connections
     m_cSimulation.StopAllRuns();
-    m_pcServer->GetServerSocket()->Destroy();
+    if (m_pcServer && m_pcServer->GetServerSocket()) m_pcServer->GetServerSocket()->Destroy();
     return 0;
   }
 
  private:
+  int m_nExitCode = -1;  // set when the program ends without serving
   quor::SteeringRunHandler m_cSimulation{Decay};  // runs every model with Decay
   std::unique_ptr<quor::SteeringServer> m_pcServer;
   std::unique_ptr<quor::SteeringDispatcher> m_pcDispatcher;

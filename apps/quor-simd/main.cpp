@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: MIT
 // quor-simd: the steerable Petri-net simulation server.
 //
-//   quor-simd [--port N] [--model FILE]... [--help]
+//   quor-simd [--port N] [--bind ADDR] [--model FILE]... [--help] [--version]
 //
 // Serves the nets of the PNML files given (the built-in SIR net without
 // any), prints "quor-simd listening on port N" on stdout once it listens,
 // logs to stderr, and runs until SIGINT or SIGTERM. Exit status: 0 after a
-// signal or --help; 1 when the command line is wrong, no net could be
-// loaded from the files given, or the port cannot be used.
+// signal, --help or --version; 1 when no net could be loaded from the files
+// given or the address and port cannot be used; 2 when the command line is
+// wrong.
 #include <wx/app.h>
 #include <wx/log.h>
 #include <wx/timer.h>
@@ -16,6 +17,8 @@
 #include <cstdio>
 #include <memory>
 
+#include "quorapp/console.h"
+#include "quorapp/text.h"
 #include "simd/netModel.h"
 #include "simd/simdCommon.h"
 #include "simd/simdOptions.h"
@@ -44,41 +47,39 @@ class SimdApp : public wxAppConsole {
     wxLogStderr* l_pcLog = new wxLogStderr;
     delete l_pcLog->SetFormatter(new quor::simd::PrefixedLogFormatter);
     delete wxLog::SetActiveTarget(l_pcLog);
+    quor::app::PrepareConsoleApp();
     CatchStopSignals();
 
     quor::simd::SimdOptions l_cOptions;
     wxString l_sMessage;
-    switch (quor::simd::ParseSimdOptions(argc, argv, l_cOptions, l_sMessage)) {
-      case quor::simd::ParseOutcome::HELP:
-        std::fputs(l_sMessage.utf8_str(), stdout);
-        return true;
-      case quor::simd::ParseOutcome::ERROR:
-        std::fputs(l_sMessage.utf8_str(), stderr);
-        m_nExitCode = 1;
-        return true;
-      case quor::simd::ParseOutcome::RUN:
-        break;
+    const quor::simd::ParseOutcome l_eOutcome =
+        quor::simd::ParseSimdOptions(argc, argv, l_cOptions, l_sMessage);
+    if (l_eOutcome != quor::simd::ParseOutcome::RUN) {
+      m_nExitCode = quor::app::FinishParse(l_eOutcome, l_sMessage);
+      return true;
     }
 
     const quor::simd::LoadedNets l_cLoaded = quor::simd::LoadNets(l_cOptions.models);
     for (const std::string& l_sError : l_cLoaded.errors)
-      quor::simd::Log(1, wxT("cannot load a model: ") + quor::simd::FromStd(l_sError));
+      quor::simd::Log(1, wxT("cannot load a model: ") + quor::app::FromStd(l_sError));
     if (l_cLoaded.nets.empty()) {
       quor::simd::Log(1, wxT("no model could be loaded; giving up"));
       wxLog::FlushActive();
-      m_nExitCode = 1;
+      m_nExitCode = quor::app::EXIT_STATUS_FAILURE;
       return true;
     }
 
     m_pcServer.reset(new quor::simd::SimdServer);
     for (const quor::sim::Net& l_rNet : l_cLoaded.nets) {
       m_pcServer->AddNet(l_rNet);
-      quor::simd::Log(3, wxT("serving ") + quor::simd::FromStd(l_rNet.source));
+      quor::simd::Log(3, wxT("serving ") + quor::app::FromStd(l_rNet.source));
     }
-    if (!m_pcServer->Start(l_cOptions.port)) {
-      quor::simd::Log(1, wxString::Format(wxT("cannot listen on port %u"), l_cOptions.port));
+    const wxString l_sAddress = quor::app::FromStd(l_cOptions.address);
+    if (!m_pcServer->Start(l_cOptions.port, l_sAddress)) {
+      quor::simd::Log(1, wxString::Format(wxT("cannot listen on port %u of %s"),
+                                          l_cOptions.port, l_sAddress));
       wxLog::FlushActive();
-      m_nExitCode = 1;
+      m_nExitCode = quor::app::EXIT_STATUS_FAILURE;
       return true;
     }
     wxLog::FlushActive();

@@ -11,10 +11,12 @@
 #include <thread>
 #include <vector>
 
+#include "quor/keys.h"
 #include "quor/model.h"
 #include "quor/modelruntimestate.h"
+#include "quor/simulatorState.h"
 #include "quor/steeringclient.h"
-#include "simd/simdCommon.h"
+#include "quorapp/text.h"
 
 namespace quor {
 namespace demo {
@@ -31,7 +33,7 @@ const std::size_t TABLE_ROWS = 20;
 const std::chrono::seconds START_WAIT(15);
 const std::chrono::milliseconds POLL_INTERVAL(40);
 
-std::string Text(const wxString& p_sText) { return simd::ToStd(p_sText); }
+std::string Text(const wxString& p_sText) { return app::ToStd(p_sText); }
 
 std::string Format(const char* p_sFormat, double p_dValue) {
   char l_acBuffer[64];
@@ -76,7 +78,7 @@ class Demo {
   }
 
   bool Fail(const std::string& p_sText) {
-    m_rErr << "quor-steer-demo: " << p_sText << std::endl;
+    m_rErr << PROGRAM.name << ": " << p_sText << std::endl;
     return false;
   }
 
@@ -114,21 +116,21 @@ class Demo {
     if (!Check(m_pcClient->Initialize(m_rOptions.model), "Initialize")) return false;
     Model* l_pcModel = m_pcClient->GetModel();
     m_sModel = Text(l_pcModel->GetModelName());
-    for (const wxString& l_sName : l_pcModel->GetAttributeValueVectorString(wxT("PLACE_NAMES")))
+    for (const wxString& l_sName : l_pcModel->GetAttributeValueVectorString(keys::PLACE_NAMES))
       m_asPlaces.push_back(Text(l_sName));
     for (const wxString& l_sName :
-         l_pcModel->GetAttributeValueVectorString(wxT("PARAMETER_NAMES")))
+         l_pcModel->GetAttributeValueVectorString(keys::PARAMETER_NAMES))
       m_asParameters.push_back(Text(l_sName));
-    m_dStart = l_pcModel->GetAttributeValueDouble(wxT("START_OUTPUT_POINT"));
-    m_dEnd = l_pcModel->GetAttributeValueDouble(wxT("END_OUTPUT_POINT"));
-    m_dStep = l_pcModel->GetAttributeValueDouble(wxT("SAMPLE_POINT_SIZE"));
+    m_dStart = l_pcModel->GetAttributeValueDouble(keys::START_OUTPUT_POINT);
+    m_dEnd = l_pcModel->GetAttributeValueDouble(keys::END_OUTPUT_POINT);
+    m_dStep = l_pcModel->GetAttributeValueDouble(keys::SAMPLE_POINT_SIZE);
     if (!(m_dStep > 0.0) || !(m_dEnd >= m_dStart))
       return Fail("the model's output interval is unusable");
     const double l_dIntervals = (m_dEnd - m_dStart) / m_dStep;
     m_nPoints = static_cast<std::size_t>(std::floor(l_dIntervals + 1e-9 * (1.0 + l_dIntervals))) + 1;
     m_rOut << "Attached to model " << m_rOptions.model << " '" << m_sModel << "': "
            << m_asPlaces.size() << " places, "
-           << l_pcModel->GetAttributeValueVectorString(wxT("TRANSITION_NAMES")).size()
+           << l_pcModel->GetAttributeValueVectorString(keys::TRANSITION_NAMES).size()
            << " transitions." << std::endl;
     return true;
   }
@@ -152,8 +154,8 @@ class Demo {
 
     int l_nState = 0;
     if (!Check(m_pcClient->ReadSimulatorState(l_nState), "ReadSimulatorState")) return false;
-    if (l_nState == simd::STATE_RUNNING || l_nState == simd::STATE_PAUSED)
-      return Fail("model '" + m_sModel + "' is busy (" + simd::StateName(l_nState) +
+    if (l_nState == SIMULATOR_RUNNING || l_nState == SIMULATOR_PAUSED)
+      return Fail("model '" + m_sModel + "' is busy (" + SimulatorStateName(l_nState) +
                   "); try again when its run has ended");
 
     // A steered run before this one leaves its parameter values behind.
@@ -183,9 +185,9 @@ class Demo {
   bool ReadStatistics(int& p_rnState, double& p_rdProgress) {
     ModelRuntimeState l_cState;
     if (!Check(m_pcClient->ReadModelStatistics(l_cState), "ReadModelStatistics")) return false;
-    p_rnState = l_cState.GetAttributeValueInt(wxT("SIMULATOR_STATE"));
-    p_rdProgress = l_cState.GetAttributeValueDouble(wxT("SIMULATOR_PROGRESS"));
-    m_dRuntime = l_cState.GetAttributeValueDouble(wxT("SIMULATOR_RUNTIME"));
+    p_rnState = l_cState.GetAttributeValueInt(keys::SIMULATOR_STATE);
+    p_rdProgress = l_cState.GetAttributeValueDouble(keys::SIMULATOR_PROGRESS);
+    m_dRuntime = l_cState.GetAttributeValueDouble(keys::SIMULATOR_RUNTIME);
     return true;
   }
 
@@ -202,11 +204,11 @@ class Demo {
       int l_nState = 0;
       double l_dProgress = 0.0;
       if (!ReadStatistics(l_nState, l_dProgress)) return false;
-      if (l_nState == simd::STATE_RUNNING || l_nState == simd::STATE_PAUSED) return true;
+      if (l_nState == SIMULATOR_RUNNING || l_nState == SIMULATOR_PAUSED) return true;
       if (Clock::now() > l_tDeadline) {
         wxString l_sMessage;
         m_pcClient->ReceiveErrorMessage(l_sMessage);
-        return Fail("the run did not start (state " + std::string(simd::StateName(l_nState)) +
+        return Fail("the run did not start (state " + std::string(SimulatorStateName(l_nState)) +
                     (l_sMessage.empty() ? std::string(")") : "): " + Text(l_sMessage)));
       }
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -295,21 +297,21 @@ class Demo {
       std::size_t l_nDone = static_cast<std::size_t>(
           std::llround(l_dProgress / 100.0 * static_cast<double>(m_nPoints)));
       l_nDone = std::min(l_nDone, m_nPoints);
-      const bool l_bEnd = l_nState == simd::STATE_FINISHED;
+      const bool l_bEnd = l_nState == SIMULATOR_FINISHED;
       if (!m_bSteered && l_nDone > 0 && TimeOf(l_nDone - 1) >= m_dSteerAt && !l_bEnd) {
         // Rows up to the change come first.
         if (!PrintRows(l_nDone, false) || !SteerParameter()) return false;
       }
       if (!PrintRows(l_nDone, l_bEnd)) return false;
       if (l_bEnd) break;
-      if (l_nState == simd::STATE_PAUSED && !l_bPauseNoted) {
+      if (l_nState == SIMULATOR_PAUSED && !l_bPauseNoted) {
         m_rOut << "(the run is paused by another client; waiting)" << std::endl;
         l_bPauseNoted = true;
       }
-      if (l_nState != simd::STATE_RUNNING && l_nState != simd::STATE_PAUSED) {
+      if (l_nState != SIMULATOR_RUNNING && l_nState != SIMULATOR_PAUSED) {
         wxString l_sMessage;
         m_pcClient->ReceiveErrorMessage(l_sMessage);
-        return Fail("the run ended early (" + std::string(simd::StateName(l_nState)) + ")" +
+        return Fail("the run ended early (" + std::string(SimulatorStateName(l_nState)) + ")" +
                     (l_sMessage.empty() ? std::string() : ": " + Text(l_sMessage)));
       }
       if (Clock::now() > l_tDeadline) return Fail("the run takes far longer than expected");
@@ -388,14 +390,16 @@ class Demo {
 
 }  // namespace
 
+const app::ProgramInfo PROGRAM = {
+    "quor-steer-demo",
+    "Watches a simulation on a quor-simd server, changes a parameter while it runs and "
+    "saves the result as CSV."};
+
 ParseOutcome ParseDemoOptions(int p_nArgc, wxChar** p_apArgv, DemoOptions& p_rOptions,
                               wxString& p_rsMessage) {
   p_rsMessage.clear();
   wxCmdLineParser l_cParser(p_nArgc, p_apArgv);
-  l_cParser.SetLogo(wxT("quor-steer-demo: watches a simulation on a quor-simd server, "
-                        "changes a parameter while it runs and saves the result as CSV."));
-  l_cParser.AddSwitch(wxT("h"), wxT("help"), wxT("show this help and exit"),
-                      wxCMD_LINE_OPTION_HELP);
+  app::AddStandardOptions(l_cParser, PROGRAM);
   l_cParser.AddOption(wxT(""), wxT("host"), wxT("server host (default 127.0.0.1)"));
   l_cParser.AddOption(wxT(""), wxT("port"), wxT("server port (default 3000)"),
                       wxCMD_LINE_VAL_NUMBER);
@@ -414,11 +418,10 @@ ParseOutcome ParseDemoOptions(int p_nArgc, wxChar** p_apArgv, DemoOptions& p_rOp
                       wxT("the parameter's new value is its value divided by this (default 3)"),
                       wxCMD_LINE_VAL_DOUBLE);
 
-  const ParseOutcome l_eOutcome = simd::ParseCommandLine(l_cParser, p_rsMessage);
+  const ParseOutcome l_eOutcome = app::ParseCommandLine(l_cParser, PROGRAM, p_rsMessage);
   if (l_eOutcome != ParseOutcome::RUN) return l_eOutcome;
   auto l_fError = [&](const wxString& p_sText) {
-    p_rsMessage = p_sText + l_cParser.GetUsageString();
-    return ParseOutcome::ERROR;
+    return app::UsageError(l_cParser, PROGRAM, p_sText, p_rsMessage);
   };
 
   DemoOptions l_cOptions;
@@ -430,7 +433,7 @@ ParseOutcome ParseDemoOptions(int p_nArgc, wxChar** p_apArgv, DemoOptions& p_rOp
     if (l_nNumber < 1 || l_nNumber > 65535) return l_fError(wxT("--port: 1 to 65535\n"));
     l_cOptions.port = static_cast<unsigned int>(l_nNumber);
   }
-  if (l_cParser.Found(wxT("csv"), &l_sText)) l_cOptions.csv = simd::ToStd(l_sText);
+  if (l_cParser.Found(wxT("csv"), &l_sText)) l_cOptions.csv = app::ToStd(l_sText);
   if (l_cParser.Found(wxT("model"), &l_nNumber)) {
     if (l_nNumber < 0 || l_nNumber > 1000000) return l_fError(wxT("--model: an index, 0 or more\n"));
     l_cOptions.model = static_cast<int>(l_nNumber);
@@ -443,7 +446,7 @@ ParseOutcome ParseDemoOptions(int p_nArgc, wxChar** p_apArgv, DemoOptions& p_rOp
     if (!std::isfinite(l_dNumber)) return l_fError(wxT("--steer-at: a model time\n"));
     l_cOptions.steerAt = l_dNumber;
   }
-  if (l_cParser.Found(wxT("parameter"), &l_sText)) l_cOptions.parameter = simd::ToStd(l_sText);
+  if (l_cParser.Found(wxT("parameter"), &l_sText)) l_cOptions.parameter = app::ToStd(l_sText);
   if (l_cParser.Found(wxT("divide-by"), &l_dNumber)) {
     if (!(l_dNumber > 0.0) || !std::isfinite(l_dNumber))
       return l_fError(wxT("--divide-by: a number greater than 0\n"));

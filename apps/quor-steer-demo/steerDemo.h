@@ -16,7 +16,7 @@
 #include <ostream>
 #include <string>
 
-#include "simd/simdOptions.h"
+#include "quorapp/program.h"
 
 namespace quor {
 namespace demo {
@@ -33,11 +33,15 @@ struct DemoOptions {
   int timeout = 10;                 // socket timeout in seconds
 };
 
-using ParseOutcome = simd::ParseOutcome;
+using ParseOutcome = app::ParseOutcome;
+
+// The program's name and purpose (--help, --version, messages).
+extern const app::ProgramInfo PROGRAM;
 
 // Reads the command line (--host, --port, --csv, --model, --speed,
-// --steer-at, --parameter, --divide-by, --help). p_rsMessage: the usage
-// text for HELP, the error and the usage text for ERROR.
+// --steer-at, --parameter, --divide-by, --help, --version). p_rsMessage:
+// the usage text for HELP, the version text for VERSION, the error and how
+// to use the program for ERROR (see quorapp/program.h).
 ParseOutcome ParseDemoOptions(int p_nArgc, wxChar** p_apArgv, DemoOptions& p_rOptions,
                               wxString& p_rsMessage);
 

@@ -70,6 +70,12 @@ class AttributeVectorAttribute : public Attribute {
   Attribute* ElementToFill(unsigned int p_nIndex);
 };
 
+// About what one clone of p_pcAttribute costs in memory: the object and its
+// two texts, a record's fields each with its entry and key in the record's
+// map, and a list's values. Lists of records charge it for every element
+// that a received count announces before they clone anything.
+unsigned long long ClonedMemory(Attribute* p_pcAttribute);
+
 }  // namespace quor
 
 #endif  // QUOR_ATTRIBUTEVECTORATTRIBUTE_H

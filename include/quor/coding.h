@@ -23,7 +23,56 @@
 #include <vector>
 
 namespace quor {
+
+// Frames.
+//
+// A value whose size both ends already know travels as one frame: up to
+// RAW_FRAME_LIMIT bytes raw, larger ones as an 8-byte length (itself a
+// frame) followed by zlib's stream of the value. The receiver acknowledges
+// every frame with FRAME_ACK. A frame's size is an unsigned 32-bit count, so
+// one frame carries at most MAX_FRAME_SIZE bytes; a size a peer announces
+// beyond it cannot be honest.
+constexpr unsigned int RAW_FRAME_LIMIT = 100;
+constexpr char FRAME_ACK = 'a';
+constexpr unsigned long long MAX_FRAME_SIZE = 0xFFFFFFFFull;
+
+// The most memory one received value may cost by default: its bytes and
+// what the receiver builds from them (texts, lists, records, rows). A
+// communicator can be given another limit (SteeringCommunicator::
+// SetMaxValueSize); a value beyond it is refused as an allocation failure
+// before anything is sized by it.
+constexpr unsigned long long DEFAULT_MAX_VALUE_SIZE = 1ull << 30;
+
 namespace coding {
+
+// p_nCount elements of p_nWidth bytes as the length of one frame. False when
+// the product overflows or exceeds MAX_FRAME_SIZE.
+inline bool FrameLength(unsigned long long p_nCount, unsigned long long p_nWidth,
+                        unsigned int* p_pnLength) {
+  unsigned long long l_nProduct = 0;
+  if (__builtin_mul_overflow(p_nCount, p_nWidth, &l_nProduct) || l_nProduct > MAX_FRAME_SIZE)
+    return false;
+  *p_pnLength = static_cast<unsigned int>(l_nProduct);
+  return true;
+}
+
+// p_nCount * p_nWidth, or all bits set when the product overflows: a cost
+// that no limit admits.
+inline unsigned long long Product(unsigned long long p_nCount, unsigned long long p_nWidth) {
+  unsigned long long l_nProduct = 0;
+  return __builtin_mul_overflow(p_nCount, p_nWidth, &l_nProduct) ? ~0ull : l_nProduct;
+}
+
+// What received elements cost in memory once they are built, for the checks
+// made before anything is sized by a count a peer announced. A text packs in
+// 4 bytes plus its characters but costs a wxString and then a wide character
+// per byte; decoding n received bytes needs them zero-terminated and then
+// wide twice over (the converter's buffer and the string's).
+constexpr unsigned long long TEXT_COST = sizeof(wxString);
+constexpr unsigned long long TEXT_CHARACTER_COST = sizeof(wxChar);
+inline unsigned long long DecodedTextCost(unsigned long long p_nBytes) {
+  return Product(p_nBytes + 1, 1 + 2 * sizeof(wxChar));
+}
 
 // REQUIRES: dst has room for sizeof(T) bytes. Returns the byte after it.
 template <typename T>
@@ -67,6 +116,12 @@ inline std::string CharCountBytes(const wxString& p_sText,
               l_nAvailable < l_nCount ? l_nAvailable : l_nCount);
   return l_sBytes;
 }
+
+// Received text: the p_nCount bytes at p_pData up to the first zero byte,
+// decoded as UTF-8; bytes that are not UTF-8 are taken one character per byte
+// (Latin-1), so that no text is lost. Text is encoded in the sender's locale
+// (CharCountBytes) and decoded here: for ASCII the two agree.
+wxString DecodeText(const char* p_pData, size_t p_nCount);
 
 // Packed counts and texts.
 //
@@ -120,12 +175,21 @@ inline char* PutArray(char* dst, const std::vector<T>& p_aList) {
 // same thread refuses to read outside the block, and the scope remembers
 // that a read was refused. The receiver then checks Overrun() after each
 // attribute and stops. Scopes nest; the innermost one applies.
+//
+// A scope also holds a memory budget: what the objects built from the block
+// may cost (DEFAULT_MAX_VALUE_SIZE unless the receiver says otherwise).
+// Whoever sizes something by a count read from the block charges the
+// count's real cost in memory first (Reader::GetCount); a charge beyond the
+// budget is refused like a read outside the block, and OutOfMemory() tells
+// the receiver to take its allocation-failure path.
 class UnpackBounds {
  public:
-  UnpackBounds(const void* p_pBegin, unsigned long long p_nSize);
+  UnpackBounds(const void* p_pBegin, unsigned long long p_nSize,
+               unsigned long long p_nBudget = DEFAULT_MAX_VALUE_SIZE);
   ~UnpackBounds();
 
   bool Overrun() const { return m_bOverrun; }
+  bool OutOfMemory() const { return m_bOutOfMemory; }
   // Bytes left in the block from p_pPosition on (0 outside the block).
   unsigned long long Remaining(const char* p_pPosition) const;
 
@@ -135,6 +199,11 @@ class UnpackBounds {
   // without a scope; inside the block with one. A refused read marks the
   // scope as overrun.
   static bool Allow(const char* p_pPosition, unsigned long long p_nSize);
+  // True when p_nBytes more memory fit the budget of the current scope (and
+  // always without a scope); the bytes are then taken from the budget. A
+  // refused charge marks the scope as out of memory and as overrun, so that
+  // the unpack stops.
+  static bool Charge(unsigned long long p_nBytes);
 
  private:
   UnpackBounds(const UnpackBounds&) = delete;
@@ -142,7 +211,9 @@ class UnpackBounds {
 
   const char* m_pBegin;
   const char* m_pEnd;
+  unsigned long long m_nBudget;
   bool m_bOverrun = false;
+  bool m_bOutOfMemory = false;
   UnpackBounds* m_pcOuter;
 };
 
@@ -182,14 +253,22 @@ class Reader {
 
   // A packed count, refused (before the caller sizes anything by it) when
   // the rest of the block cannot hold that many elements of at least
-  // p_nMinWidth bytes.
-  bool GetCount(unsigned int* p_nCount, unsigned long long p_nMinWidth) {
-    return Get(p_nCount) && CountFits(*p_nCount, p_nMinWidth);
+  // p_nMinWidth bytes, or when that many elements of p_nMemoryCost bytes
+  // each (what one costs once built) do not fit the scope's budget.
+  bool GetCount(unsigned int* p_nCount, unsigned long long p_nMinWidth,
+                unsigned long long p_nMemoryCost) {
+    if (!Get(p_nCount) || !CountFits(*p_nCount, p_nMinWidth)) return false;
+    if (UnpackBounds::Charge(Product(*p_nCount, p_nMemoryCost))) return true;
+    m_bOk = false;
+    return false;
   }
   // A packed text: *p_ppData points at its *p_nCount bytes inside the
-  // buffer (not zero-terminated).
+  // buffer (not zero-terminated). Its characters are charged to the budget.
   bool GetText(const char** p_ppData, unsigned int* p_nCount) {
-    return Get(p_nCount) && Bytes(*p_nCount, p_ppData);
+    if (!Get(p_nCount) || !Bytes(*p_nCount, p_ppData)) return false;
+    if (UnpackBounds::Charge(Product(*p_nCount, TEXT_CHARACTER_COST))) return true;
+    m_bOk = false;
+    return false;
   }
   // p_nCount fixed-width elements (see PutArray). On success *p_aList holds
   // exactly them; on a refused read it is unchanged.

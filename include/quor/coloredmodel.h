@@ -8,6 +8,10 @@
 
 namespace quor {
 
+// The "MODEL_TYPE" of a coloured net: a receiver builds a ColoredModel for
+// it.
+constexpr unsigned int COLORED_MODEL_TYPE = 1;
+
 class ColoredModel : public Model {
  public:
   // Transitions before places for the unfolded net (as Model), then the

@@ -18,6 +18,10 @@ namespace quor {
 
 class ModelView;
 
+// The "MODEL_TYPE" of a plain net. (A coloured net is COLORED_MODEL_TYPE,
+// coloredmodel.h; any other value is received as a plain net.)
+constexpr unsigned int PLAIN_MODEL_TYPE = 0;
+
 class Model : public SteeringVector {
  public:
   // The transition count comes before the place count.
@@ -36,7 +40,11 @@ class Model : public SteeringVector {
   // acknowledgement 1 from the receiver. SendModelViews counts and sends
   // only the non-NULL views. ReceiveModelViews deletes the views held so far
   // once the count has arrived, and stops at the first view whose read
-  // fails (that view stays in the list), returning its status.
+  // fails (that view stays in the list), returning its status. A count of
+  // more views than the value limit can hold gives "Error: cannot allocate
+  // memory" and FAILURE with the views held so far kept. Each view receives
+  // on behalf of the model (ReceivingFor): under its limit, reporting its
+  // unclean frames to it.
   virtual unsigned int SendModelViews();
   virtual unsigned int ReceiveModelViews();
   virtual void SetModelName(const wxString& p_sName);
@@ -115,12 +123,6 @@ class Model : public SteeringVector {
     AddAttribute(p_sKey, l_pcAttribute.get());
     return l_pcAttribute.release();
   }
-  // The attribute under the key if it is of class T, else NULL.
-  template <typename T>
-  T* GetTypedAttribute(const wxString& p_sKey) {
-    return dynamic_cast<T*>(GetAttribute(p_sKey));
-  }
-
   // Adds one arc to the pre lists (p_bPre) or the post lists of a
   // transition's record.
   void AddArc(const unsigned long long& p_nTransitionPos, const unsigned long long& p_nPlacePos,

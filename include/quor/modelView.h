@@ -39,6 +39,11 @@ class ModelView : public SteeringVector {
   unsigned int SendView(wxSocketBase* p_pcSocket);
   unsigned int ReceiveView(wxSocketBase* p_pcSocket);
 
+  // About what a received view costs in memory before its curves: a default
+  // view's settings and its curve prototype. A count of views is checked
+  // against it before any view is built.
+  static unsigned long long MemoryOfOne();
+
   // The curve list ("CURVE_INFO") and the prototype of its records.
   AttributeVectorAttribute* GetCurves();
   AttributeStruct* GetCurveProtoType() { return m_pcCurveProtoType; }

@@ -3,6 +3,7 @@
 #ifndef QUOR_QUOR_H
 #define QUOR_QUOR_H
 
+#include "quor/version.h"
 #include "quor/utilities.h"
 #include "quor/coding.h"
 #include "quor/netTypes.h"
@@ -24,6 +25,8 @@
 #include "quor/modelruntimestate.h"
 #include "quor/steeringcontrol.h"
 #include "quor/steeringcmd.h"
+#include "quor/steeringdeadline.h"
+#include "quor/steeringvaluecodec.h"
 #include "quor/steeringserver.h"
 #include "quor/steeringclient.h"
 #include "quor/steeringmodelstore.h"

@@ -27,8 +27,19 @@ class ResultMatrixInfo {
   // Leaves the outputs untouched for a row at or past the row count.
   void GetRowInfo(const unsigned int& p_nRow, unsigned int& p_nPosition, RM_ROW_TYPE& p_eType);
 
+  // The description as a packed block behind its 8-byte length
+  // (SteeringBase::SendBlock). 1, FAILURE for a NULL communicator or a
+  // description that does not fit one frame, or the failing frame's result.
   unsigned int SendValue(SteeringBase* p_pcCommunicator);
+  // The mirror (SteeringBase::ReceiveBlock). The object changes only when
+  // the whole description was read within the block; results as
+  // ReceiveBlock's.
   unsigned int ReceiveValue(SteeringBase* p_pcCommunicator);
+  // The unpacking step of ReceiveValue over a received block: true (and the
+  // object replaced) when the row count and both lists were read within it.
+  // REQUIRES: an UnpackBounds scope over the block (SteeringBase::
+  // UnpackBlock opens one); without one the block is trusted.
+  bool UnPackValue(const char* p_pBlock, unsigned long long p_nSize);
 
  protected:
   AttributeUint m_nRowCount;

@@ -44,8 +44,11 @@ class SteeringClient : public SteeringCMD {
   // Closes and destroys the socket. The current model is left to its owner.
   ~SteeringClient() override;
 
-  // The socket timeout in seconds, for the connection wait and every
-  // transfer.
+  // The timeout in seconds: of the socket, for the connection wait and
+  // every transfer, and of every request as a whole (see Request in
+  // steeringclient.cpp): the connection and the version together, a
+  // registration, each request from its code to its last frame. A request
+  // that runs out of time returns its failure and closes the connection.
   void SetTimeout(const int& p_nSeconds);
 
   // Connects to the stored host and service (without waiting, the
@@ -101,15 +104,16 @@ class SteeringClient : public SteeringCMD {
   // current model is deleted first). 1, or FAILURE.
   unsigned int _ChangeCurrentModel(const unsigned int& p_nModelIndex);
   unsigned int ReadSimulatorState(int& p_nState);
-  // Stores a received interval in the current model as well. Returns
-  // FAILURE in every case, success included: judge by the outputs.
-  // REQUIRES: a current model.
+  // Stores a received interval in the current model (if there is one) as
+  // well. Returns FAILURE in every case, success included: judge by the
+  // outputs.
   unsigned int ReadSimulationInterval(double& p_dStart, double& p_dEnd, double& p_dSampling);
   unsigned int ReadAvailableSimulators(std::vector<QU_SimulatorCategory>& p_aList);
   unsigned int WriteAvailableSimulators(const std::vector<QU_SimulatorCategory>& p_aList);
   // Returns the second name's result.
   unsigned int ReadCurrentSimulatorName(wxString& p_sFirst, wxString& p_sSecond);
-  // REQUIRES: a current model (both).
+  // The current model's views. Without a current model: FAILURE, and
+  // nothing is sent.
   unsigned int ReadModelViews();
   unsigned int WriteModelViews();
   unsigned int ReadModelStatistics(ModelRuntimeState& p_cState);
@@ -117,10 +121,11 @@ class SteeringClient : public SteeringCMD {
                                             const double& p_dValue);
   unsigned int ChangeCurrentPlaceValues(const unsigned long long& p_nPosition,
                                         const double& p_dValue);
-  // Counted reads: the caller's list is emptied, then filled with the
-  // server's values, which also become the current model's parameter values
-  // or current marking (REQUIRES: a current model). FAILURE when the count
-  // does not arrive or announces more than one frame can carry (the latter
+  // Counted reads (SteeringBase::ReceiveArray): the caller's list is
+  // emptied, then filled with the server's values, which also become the
+  // current model's parameter values or current marking (when there is a
+  // current model). FAILURE when the count does not arrive, or announces
+  // more than one frame can carry or the value limit admits (the latter
   // logged as "Error: cannot allocate memory").
   unsigned int ReadCurrentParameterValues(std::vector<double>& p_adValues);
   unsigned int ReadCurrentPlaceValues(std::vector<double>& p_adValues);

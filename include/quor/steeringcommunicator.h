@@ -52,16 +52,66 @@ class SteeringCommunicator {
                  const unsigned long long& sourceSize,
                  const unsigned long long& destSize);
 
+  // Inflates a received frame's zlib stream of p_nStreamSize bytes into
+  // exactly p_nSize bytes at p_pDest, never writing past them. Whatever the
+  // stream did not produce is zeroed, so the destination holds the peer's
+  // bytes and zeros, never earlier memory. True when the stream was a clean
+  // zlib stream of exactly p_nSize bytes with nothing after it.
+  static bool InflateFrame(const void* p_pStream, unsigned long long p_nStreamSize,
+                           void* p_pDest, unsigned int p_nSize);
+
   wxSocketBase* GetClientSocket() const { return m_pcClientSocket; }
   void SetClientSocket(wxSocketBase* p_pcSocket) { m_pcClientSocket = p_pcSocket; }
 
+  // The most memory one value received through this communicator may cost
+  // (DEFAULT_MAX_VALUE_SIZE at construction): a text, list, matrix or block
+  // whose announced size would cost more is refused as an allocation failure
+  // before anything is sized by it. While the communicator receives for
+  // another one (ReceivingFor), that one's limit applies.
+  void SetMaxValueSize(unsigned long long p_nBytes) { m_nMaxValueSize = p_nBytes; }
+  unsigned long long GetMaxValueSize() const;
+
+  // Compressed frames whose stream was not a clean zlib stream of exactly
+  // the frame's size (a corrupt, short or overlong stream, or bytes after
+  // it). Such a frame still reports what a frame reports, with zeros where
+  // the stream fell short; a receiver that wants to part with such a peer
+  // asks here. LastFrameClean() is about the last frame received (raw frames
+  // are clean); UncleanFrames() counts since construction, including the
+  // frames received for this communicator by others (ReceivingFor).
+  bool LastFrameClean() const { return m_bLastFrameClean; }
+  unsigned long long UncleanFrames() const { return m_nUncleanFrames; }
+
+  // While it lives, p_cHelper receives on behalf of p_cOwner on the same
+  // connection (a model, a view or a runtime state that a client or a
+  // server reads): p_cHelper takes p_cOwner's value limit and reports its
+  // unclean frames to p_cOwner as well.
+  class ReceivingFor {
+   public:
+    ReceivingFor(SteeringCommunicator& p_cHelper, SteeringCommunicator& p_cOwner);
+    ~ReceivingFor();
+
+   private:
+    ReceivingFor(const ReceivingFor&) = delete;
+    ReceivingFor& operator=(const ReceivingFor&) = delete;
+    SteeringCommunicator& m_rHelper;
+    SteeringCommunicator* m_pcPreviousOwner;
+  };
+
  protected:
+  // Records how the frame just received ended.
+  void NoteFrame(bool p_bClean);
+
   wxMutex m_cMutex;
   wxSocketBase* m_pcClientSocket;
 
  private:
   SteeringCommunicator(const SteeringCommunicator&) = delete;
   SteeringCommunicator& operator=(const SteeringCommunicator&) = delete;
+
+  unsigned long long m_nMaxValueSize = DEFAULT_MAX_VALUE_SIZE;
+  bool m_bLastFrameClean = true;
+  unsigned long long m_nUncleanFrames = 0;
+  SteeringCommunicator* m_pcOwner = NULL;
 };
 
 }  // namespace quor

@@ -53,14 +53,16 @@ class SteeringHandler {
 
   // Registration. Initialize: the value of the 4-byte reply (1). Upload:
   // the client's model, owned by the handler from now on (the default runs
-  // it in the store, current for this connection). Attach (registration
-  // with a model index, and _ChangeCurrentModel): a copy of the running
-  // model at that index, which becomes current, owned by the caller; NULL
-  // when there is none, and the dispatcher then drops the connection, since
-  // the protocol has no way to refuse.
+  // it in the store, current for this connection; an upload that the store
+  // refuses (SteeringModelStore::AddUploadedModel) is dropped and refused,
+  // and the connection is left without a current model). Attach
+  // (registration with a model index, and _ChangeCurrentModel): the running
+  // model at that index as a snapshot (SteeringModelStore::ShareModel),
+  // which becomes current; NULL when there is none, and the dispatcher then
+  // drops the connection, since the protocol has no way to refuse.
   virtual unsigned int OnInitialize(unsigned int p_nConnection);
   virtual void OnUploadModel(unsigned int p_nConnection, Model* p_pcModel);
-  virtual Model* OnAttachModel(unsigned int p_nConnection, int p_nIndex);
+  virtual ModelSnapshot OnAttachModel(unsigned int p_nConnection, int p_nIndex);
 
   // Commands. OnStart and OnRestart store the interval in the current model;
   // the others do nothing. OnCommand receives a CMD_TYPE outside the five
@@ -81,8 +83,9 @@ class SteeringHandler {
   virtual std::vector<wxString> OnGetRunningModelNames(unsigned int p_nConnection);
   // 1 when a model of that name was removed, else 0.
   virtual int OnRemoveModel(unsigned int p_nConnection, const wxString& p_sName);
-  virtual SteeringMatrix OnReadResultMatrix(unsigned int p_nConnection);
-  virtual SteeringMatrix OnReadRateMatrix(unsigned int p_nConnection);
+  // The matrices to send, as snapshots (NULL sends an empty matrix).
+  virtual SteeringMatrixSnapshot OnReadResultMatrix(unsigned int p_nConnection);
+  virtual SteeringMatrixSnapshot OnReadRateMatrix(unsigned int p_nConnection);
   virtual void OnWriteResultMatrix(unsigned int p_nConnection, const SteeringMatrix& p_aadMatrix);
   virtual void OnUpdateResultMatrixInfo(unsigned int p_nConnection, ResultMatrixInfo& p_cInfo);
 
@@ -130,6 +133,8 @@ class SteeringHandler {
   virtual std::vector<QU_SimulatorCategory> OnReadAvailableSimulators(unsigned int p_nConnection);
   virtual void OnWriteAvailableSimulators(unsigned int p_nConnection,
                                           const std::vector<QU_SimulatorCategory>& p_aList);
+  // The default keeps the settings in the store and refuses them when the
+  // store has no room for another simulator name.
   virtual void OnSendSimulatorSetting(unsigned int p_nConnection, const wxString& p_sSimulator,
                                       SimulatorAttribute& p_cSettings);
   virtual void OnReceiveSimulatorSetting(unsigned int p_nConnection, const wxString& p_sSimulator,

@@ -176,6 +176,10 @@ struct SteeringRunPlan {
   // (SIMULATOR_FINISHED, SIMULATOR_STOPPED or SIMULATOR_FAILED); before
   // that state is published.
   std::function<void(int)> m_fEnd;
+  // Optional. After m_fEnd: a few words on what the run did beyond its
+  // output points (the runs of an ensemble, say), added to the line that
+  // ends the run as "; " and the words. Empty adds nothing.
+  std::function<wxString()> m_fSummary;
 };
 
 class SteeringRunner {
@@ -268,7 +272,7 @@ class SteeringRunner {
   bool MayStart(bool p_bRestart, wxString* p_psReason);
   bool Prepare(const SteeringRunPlan& p_rPlan, SteeringStep& p_rStep, wxString* p_psReason);
   // Publishes the end of the run; returns the line for the log.
-  wxString Finish(int p_nState, const wxString& p_sFailure);
+  wxString Finish(int p_nState, const wxString& p_sFailure, const wxString& p_sSummary);
   // Queues a change for the run (REQUIRES: m_cMutex is held).
   void Queue(SteeringChange::Kind p_eKind, size_t p_nPosition, double p_dValue);
   bool Change(SteeringChange::Kind p_eKind, unsigned long long p_nPosition, double p_dValue,

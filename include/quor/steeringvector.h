@@ -10,6 +10,7 @@
 #ifndef QUOR_STEERINGVECTOR_H
 #define QUOR_STEERINGVECTOR_H
 
+#include <cstdint>
 #include <map>
 #include <vector>
 
@@ -26,6 +27,10 @@ typedef std::map<wxString, Attribute*> AttributeList;
 // entry; a larger count is refused as an allocation failure before anything
 // is sized by it.
 constexpr unsigned long long MAX_RECEIVED_ROWS = 1ull << 24;
+// The most rows of a matrix without columns: such rows cost the receiver a
+// row each while the peer sends nothing for them (a simulation that has just
+// started has one empty row per place).
+constexpr unsigned long long MAX_RECEIVED_EMPTY_ROWS = 1ull << 20;
 
 class SteeringVector : public SteeringBase {
  public:
@@ -62,18 +67,29 @@ class SteeringVector : public SteeringBase {
   virtual void AddAttribute(const wxString& p_sName, Attribute* p_pcAttribute);
   // The attribute under the key, or NULL (leaving a NULL entry).
   virtual Attribute* GetAttribute(const wxString& p_sName);
-  // The attribute-list message. 1 on success, the failing frame's code, or
-  // FAILURE. Entries without an attribute are skipped on both sides.
-  // SendAttributes packs the whole block before the first frame, so a set
-  // that cannot be packed (a record with a missing field) or that does not
-  // fit one frame leaves nothing half-sent. ReceiveAttributes unpacks inside
-  // the bounds of the received block and stops with FAILURE at the first
-  // attribute that would read past its end; the attributes before it keep
-  // their new values. Bytes after the last attribute are ignored.
+  // The attribute-list message (SteeringBase::SendBlock/ReceiveBlock). 1 on
+  // success, the failing frame's code, or FAILURE. Entries without an
+  // attribute are skipped on both sides. SendAttributes packs the whole
+  // block before the first frame, so a set that cannot be packed (a record
+  // with a missing field) or that does not fit one frame leaves nothing
+  // half-sent. ReceiveAttributes unpacks inside the bounds of the received
+  // block and stops with FAILURE at the first attribute that would read past
+  // its end; the attributes before it keep their new values. Bytes after the
+  // last attribute are ignored. What the attributes build from the block
+  // (texts, lists, records) is bounded by the value limit: beyond it,
+  // "Error: cannot allocate memory" and FAILURE.
   virtual unsigned int SendAttributes();
   virtual unsigned int ReceiveAttributes();
 
   bool GetAttributeValueBool(const wxString& p_sName);
+
+  // The walk of ReceiveAttributes over a received block: each attribute
+  // unpacks where the one before it stopped, in key order. False when an
+  // attribute was refused (it read past the block, or what it built went
+  // beyond the budget). REQUIRES: an UnpackBounds scope over the block
+  // (SteeringBase::UnpackBlock opens one); without one the block is trusted
+  // as UnPackValue trusts its buffer.
+  bool UnPackAttributes(const char* p_pBlock, unsigned long long p_nSize);
 
   // The set itself, in key order.
   AttributeList* GetAttributeList() { return m_pcAttributeList; }
@@ -110,17 +126,28 @@ class SteeringVector : public SteeringBase {
   unsigned int SendVectorString(const std::vector<wxString>& p_asValue);
   // Receives the whole message before judging it: lengths that are negative
   // or run past the received text give FAILURE with the caller's list as it
-  // was. Text left after the last string is ignored.
+  // was. Text left after the last string is ignored. More than
+  // MAX_RECEIVED_ROWS strings, or a list that would cost more than the value
+  // limit, give "cannot allocate memory" and FAILURE before anything is
+  // sized.
   unsigned int ReceiveVectorString(std::vector<wxString>& p_asValue);
+  // The last step of ReceiveVectorString: the strings of the received
+  // lengths and text, decoded into p_asValue (replacing its list) when the
+  // lengths are not negative and fit the p_nTotal bytes of text; else
+  // FAILURE with p_asValue unchanged.
+  static unsigned int DecodeVectorString(const std::vector<int16_t>& p_anLengths,
+                                         const char* p_pText, unsigned long long p_nTotal,
+                                         std::vector<wxString>& p_asValue);
   // Rows (u64), columns (u64), then rows * columns doubles row by row. The
   // columns are the first row's length: longer rows are cut to it, shorter
   // rows padded with 0.0. Once the sizes are sent the result is 1 whatever
   // the sends report; a matrix whose values cannot travel as one frame
   // gives "cannot allocate memory" and FAILURE before anything is sent.
   unsigned int SendVector2D(const std::vector<std::vector<double> >& p_aadValue);
-  // More than MAX_RECEIVED_ROWS rows, or values that cannot travel as one
-  // frame, give "cannot allocate memory" and FAILURE before the caller's
-  // matrix is touched.
+  // More than MAX_RECEIVED_ROWS rows (MAX_RECEIVED_EMPTY_ROWS without
+  // columns), values that cannot travel as one frame, or a matrix that would
+  // cost more than the value limit give "cannot allocate memory" and FAILURE
+  // before the caller's matrix is touched.
   unsigned int ReceiveVector2D(std::vector<std::vector<double> >& p_aadValue);
   // Builds the sub-matrix of the listed columns and then *receives* into it
   // (and discards it): the operation is kept exactly as the protocol has it.

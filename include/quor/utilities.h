@@ -12,6 +12,9 @@
 #include <wx/string.h>
 
 #include <new>
+#include <stdexcept>
+
+#include "quor/coding.h"
 
 namespace quor {
 
@@ -41,6 +44,16 @@ wxString ResultName(unsigned int p_nResult);
 // Off the main thread the call holds the wxWidgets GUI mutex.
 void LOG(unsigned long p_nLevel, const wxString& p_sMessage);
 
+// The text that LOG and LogText put before a message of a level: "Error: "
+// (1), "Warning: " (2), "Notice: " (3), nothing for any other level. For
+// programs that format log lines of their own in the library's words.
+const wxChar* LogLevelPrefix(unsigned long p_nLevel);
+
+// Like LOG, but the text is taken as it is: a '%' in it is a percent sign,
+// never a conversion. For texts that carry names, addresses or anything
+// else the library did not write itself.
+void LogText(unsigned long p_nLevel, const wxString& p_sText);
+
 // The reports of CHECK_POINTER and TRY_ALLOC are formatted and then dropped:
 // the caller learns of the failure from the returned value alone. A test or a
 // debugging session can install a sink that sees every dropped report; with
@@ -55,10 +68,10 @@ void DropReport(const wxString& p_sReport);
 wxString ReportSourcePath(const char* p_sFile);
 
 // The largest block the library allocates in one piece for a size that a
-// peer announced (4 GiB plus room for a terminator and zlib's worst-case
-// growth). One frame never moves more than 4 GiB - 1 bytes, so a larger
-// announcement cannot be honest; it is treated as an allocation failure.
-constexpr unsigned long long MAX_BLOCK_SIZE = 0x100000000ull + 0x1000000ull;
+// peer announced: the largest frame plus room for a terminator and zlib's
+// worst-case growth of it. A larger announcement cannot be honest; it is
+// treated as an allocation failure.
+constexpr unsigned long long MAX_BLOCK_SIZE = MAX_FRAME_SIZE + (MAX_FRAME_SIZE >> 10);
 
 // new[] of p_nSize bytes. Throws std::bad_alloc when the size exceeds
 // MAX_BLOCK_SIZE or the allocator fails; meant to be used inside TRY_ALLOC.
@@ -80,7 +93,8 @@ char* NewBlock(unsigned long long p_nSize);
     }                                                                          \
   } while (0)
 
-// Run an allocating statement. If the allocation throws, log
+// Run an allocating statement. If the allocation throws (std::bad_alloc, or
+// std::length_error for a size no container can hold), log
 // "Error: cannot allocate memory", build and drop the try report, and perform
 // the action. Variables the statement assigns must be declared before it.
 #define TRY_ALLOC(p_statement, p_action)                                       \
@@ -89,6 +103,8 @@ char* NewBlock(unsigned long long p_nSize);
     try {                                                                      \
       p_statement;                                                             \
     } catch (const std::bad_alloc&) {                                          \
+      l_bQuorAllocFailed = true;                                               \
+    } catch (const std::length_error&) {                                       \
       l_bQuorAllocFailed = true;                                               \
     }                                                                          \
     if (l_bQuorAllocFailed) {                                                  \

@@ -9,13 +9,14 @@
 #include "quor/steeringcontrol.h"
 #include "quor/steeringserver.h"
 #include "quor/utilities.h"
+#include "quor/version.h"
 #include "quorpy.h"
 
 namespace quor {
 namespace python {
 
 void BindNames(py::module_& p_rModule) {
-  p_rModule.attr("VERSION") = QUOR_VERSION;
+  p_rModule.attr("VERSION") = GetVersionString();
   p_rModule.attr("PROTOCOL_VERSION") = STEERING_PROTOCOL_VERSION;
   p_rModule.attr("DEFAULT_PORT") = STEERING_DEFAULT_PORT;
   p_rModule.def(

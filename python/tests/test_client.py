@@ -64,11 +64,12 @@ def test_reads_the_simulators_and_their_settings(client):
     simulators = client.simulators()
     assert quor.Simulator("continuous", "Continuous", 0) in simulators
     assert quor.Simulator("stochastic", "Stochastic", 1) in simulators
-    assert client.settings("stochastic") == {"Seed": 1}
-    (seed,) = client.settings("stochastic", details=True)
+    assert client.settings("stochastic") == {"Seed": 1, "Runs": 1}
+    seed, runs = client.settings("stochastic", details=True)
     assert seed.name == "Seed" and seed.value == 1 and seed.minimum == 0
-    client.set_settings("stochastic", Seed=42)
-    assert client.settings("stochastic") == {"Seed": 42}
+    assert runs.name == "Runs" and runs.value == 1 and runs.minimum == 1
+    client.set_settings("stochastic", Seed=42, Runs=3)
+    assert client.settings("stochastic") == {"Seed": 42, "Runs": 3}
 
 
 def test_starts_a_run_and_reads_its_state_and_results(client):
@@ -201,4 +202,4 @@ def test_numpy_numbers_are_numbers(simd):
         client.wait()
         assert client.results().values.shape == (3, 11)
         client.set_settings("stochastic", Seed=np.uint64(5))
-        assert client.settings("stochastic") == {"Seed": 5}
+        assert client.settings("stochastic")["Seed"] == 5

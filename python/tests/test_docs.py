@@ -97,3 +97,10 @@ def test_every_public_name_has_a_docstring():
 def pydoc_text(obj):
     import pydoc
     return pydoc.render_doc(obj, renderer=pydoc.plaintext)
+
+
+def test_the_version_is_the_librarys():
+    header = (SOURCE_DIR / "include" / "quor" / "version.h").read_text()
+    parts = [re.search(rf"#define QUOR_VERSION_{part} (\d+)", header).group(1)
+             for part in ("MAJOR", "MINOR", "PATCH")]
+    assert quor.__version__ == ".".join(parts)

@@ -130,7 +130,7 @@ def test_settings_are_checked_against_the_simulators(client):
         client.set_settings("continuous", RelativeTolerance=2.0)
     with pytest.raises(KeyError, match="no settings for a simulator 'euler'"):
         client.set_settings("euler", Seed=1)
-    assert client.settings("stochastic") == {"Seed": 1}
+    assert client.settings("stochastic") == {"Seed": 1, "Runs": 1}
 
 
 def test_refusals_carry_the_servers_words_to_the_client_that_asked(simd, client):

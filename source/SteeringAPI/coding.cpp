@@ -4,13 +4,35 @@
 namespace quor {
 namespace coding {
 
+wxString DecodeText(const char* p_pData, size_t p_nCount) {
+  if (p_nCount == 0 || p_pData == NULL) return wxString();
+  const void* l_pZero = std::memchr(p_pData, 0, p_nCount);
+  const size_t l_nLength =
+      l_pZero ? static_cast<size_t>(static_cast<const char*>(l_pZero) - p_pData) : p_nCount;
+  if (l_nLength == 0) return wxString();
+
+  wxString l_sText;
+  {
+    wxMBConvUTF8 l_cConverter;
+    l_sText = wxString(p_pData, l_cConverter, l_nLength);
+  }
+  if (!l_sText.empty()) return l_sText;
+  // Not UTF-8: one character per byte, of the same code.
+  l_sText.reserve(l_nLength);
+  for (size_t i = 0; i < l_nLength; ++i)
+    l_sText += static_cast<wxChar>(static_cast<unsigned char>(p_pData[i]));
+  return l_sText;
+}
+
 namespace {
 thread_local UnpackBounds* t_pcCurrentBounds = NULL;
 }  // namespace
 
-UnpackBounds::UnpackBounds(const void* p_pBegin, unsigned long long p_nSize)
+UnpackBounds::UnpackBounds(const void* p_pBegin, unsigned long long p_nSize,
+                           unsigned long long p_nBudget)
     : m_pBegin(static_cast<const char*>(p_pBegin)),
       m_pEnd(static_cast<const char*>(p_pBegin) + p_nSize),
+      m_nBudget(p_nBudget),
       m_pcOuter(t_pcCurrentBounds) {
   t_pcCurrentBounds = this;
 }
@@ -30,6 +52,18 @@ bool UnpackBounds::Allow(const char* p_pPosition, unsigned long long p_nSize) {
   if (p_nSize <= l_pcBounds->Remaining(p_pPosition) &&
       p_pPosition >= l_pcBounds->m_pBegin)
     return true;
+  l_pcBounds->m_bOverrun = true;
+  return false;
+}
+
+bool UnpackBounds::Charge(unsigned long long p_nBytes) {
+  UnpackBounds* l_pcBounds = t_pcCurrentBounds;
+  if (l_pcBounds == NULL) return true;
+  if (p_nBytes <= l_pcBounds->m_nBudget) {
+    l_pcBounds->m_nBudget -= p_nBytes;
+    return true;
+  }
+  l_pcBounds->m_bOutOfMemory = true;
   l_pcBounds->m_bOverrun = true;
   return false;
 }

@@ -1,11 +1,37 @@
 // SPDX-License-Identifier: MIT
 #include "quor/steeringBase.h"
 
-#include "quor/coding.h"
+#include <zlib.h>
 
-#include <memory>
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <stdexcept>
 
 namespace quor {
+
+namespace {
+// A compressed stream is read in pieces: the first of this size (or less),
+// then each as large as all before it, so that the block never holds much
+// more than what has arrived and a long stream takes few reads.
+constexpr unsigned long long FIRST_STREAM_PIECE = 64 * 1024;
+
+// Throws std::bad_alloc (for TRY_ALLOC) when a compressed length is more
+// than zlib's stream of p_nSize bytes can ever need.
+void RequireStreamFits(unsigned long long p_nLength, unsigned int p_nSize) {
+  if (p_nLength > compressBound(p_nSize)) throw std::bad_alloc();
+}
+}  // namespace
+
+class SteeringBase::FixedStorage : public FrameStorage {
+ public:
+  explicit FixedStorage(void* p_pData) : m_pData(static_cast<char*>(p_pData)) {}
+  char* Fixed() override { return m_pData; }
+  char* Make(unsigned int) override { return m_pData; }
+
+ private:
+  char* m_pData;
+};
 
 SteeringBase::SteeringBase(wxSocketBase* p_pcSocket)
     : SteeringCommunicator(p_pcSocket) {}
@@ -35,28 +61,59 @@ unsigned int SteeringBase::SendValue(const void* data, const unsigned int& size)
 }
 
 unsigned int SteeringBase::ReceiveValue(void* data, const unsigned int& size) {
+  FixedStorage l_cStorage(data);
+  return ReceiveFrame(size, l_cStorage);
+}
+
+unsigned int SteeringBase::ReceiveFrame(unsigned int p_nSize, FrameStorage& p_cStorage) {
   CHECK_POINTER(m_pcClientSocket, return FAILURE);
 
-  unsigned int l_nResult;
-  if (size <= RAW_FRAME_LIMIT) {
-    l_nResult = ReceiveBytes(data, size);
+  char* l_pData = p_cStorage.Fixed();
+  if (p_nSize <= RAW_FRAME_LIMIT) {
+    char l_aRaw[RAW_FRAME_LIMIT];
+    const unsigned int l_nResult = ReceiveBytes(l_pData != NULL ? l_pData : l_aRaw, p_nSize);
+    if (l_nResult != 1) return l_nResult;
+    if (l_pData == NULL) {
+      TRY_ALLOC(l_pData = p_cStorage.Make(p_nSize), return 0);
+      if (p_nSize != 0) std::memcpy(l_pData, l_aRaw, p_nSize);
+    }
+    NoteFrame(true);
   } else {
+    // The length frame's own result is not examined: a broken connection
+    // leaves the length at 0, which no stream has.
     unsigned long long l_nLength = 0;
     ReceiveValue(&l_nLength, sizeof(l_nLength));
-    char* l_pBuffer = NULL;
-    // The length comes from the peer: NewBlock refuses sizes no frame can
-    // have, so a corrupt length is an allocation failure, not a crash.
-    TRY_ALLOC(l_pBuffer = NewBlock(l_nLength), return 0);
-    std::unique_ptr<char[]> l_cOwner(l_pBuffer);
-    l_nResult = ReceiveBytes(l_pBuffer, l_nLength);
-    if (l_nResult == 1) {
-      // A corrupt stream is not detected: zlib writes at most `size` bytes.
-      Uncompress(l_pBuffer, data, l_nLength, size);
-    }
+    if (l_nLength == 0) return FAILURE;
+    TRY_ALLOC(RequireStreamFits(l_nLength, p_nSize), return 0);
+    std::unique_ptr<char[]> l_cStream;
+    const unsigned int l_nResult = ReceiveStream(l_nLength, &l_cStream);
+    if (l_nResult != 1) return l_nResult;
+    TRY_ALLOC(l_pData = p_cStorage.Make(p_nSize), return 0);
+    NoteFrame(InflateFrame(l_cStream.get(), l_nLength, l_pData, p_nSize));
   }
-  if (l_nResult != 1) return l_nResult;
+  return SendBytes(&FRAME_ACK, 1);
+}
 
-  return SendBytes("a", 1);
+unsigned int SteeringBase::ReceiveStream(unsigned long long p_nLength,
+                                         std::unique_ptr<char[]>* p_pcStream) {
+  std::unique_ptr<char[]> l_cBlock;
+  unsigned long long l_nRoom = 0;
+  unsigned long long l_nHave = 0;
+  while (l_nHave < p_nLength) {
+    const unsigned long long l_nNext =
+        std::min(p_nLength, std::max(FIRST_STREAM_PIECE, 2 * l_nRoom));
+    std::unique_ptr<char[]> l_cLarger;
+    TRY_ALLOC(l_cLarger.reset(NewBlock(l_nNext)), return 0);
+    if (l_nHave != 0) std::memcpy(l_cLarger.get(), l_cBlock.get(), l_nHave);
+    l_cBlock.swap(l_cLarger);
+    l_nRoom = l_nNext;
+
+    const unsigned int l_nResult = ReceiveBytes(l_cBlock.get() + l_nHave, l_nRoom - l_nHave);
+    if (l_nResult != 1) return l_nResult;
+    l_nHave = l_nRoom;
+  }
+  p_pcStream->swap(l_cBlock);
+  return 1;
 }
 
 unsigned int SteeringBase::SendString(const wxString& value) {
@@ -75,33 +132,84 @@ unsigned int SteeringBase::ReceiveString(wxString& value) {
   unsigned int l_nResult = ReceiveValue(&l_nLength, sizeof(l_nLength));
   if (l_nResult != 1) return l_nResult;
 
-  // One frame carries at most 4 GiB - 1 bytes; a longer count cannot be
-  // honest and is refused as an allocation failure.
-  char* l_pBuffer = NULL;
-  TRY_ALLOC(l_pBuffer = NewBlock(l_nLength > 0xFFFFFFFFull ? ~0ull
-                                                           : l_nLength + 1),
+  // One frame carries at most MAX_FRAME_SIZE bytes; a longer count cannot be
+  // honest.
+  TRY_ALLOC(RequireAffordable(l_nLength > MAX_FRAME_SIZE ? ~0ull
+                                                         : coding::DecodedTextCost(l_nLength)),
             return 0);
-  std::unique_ptr<char[]> l_cOwner(l_pBuffer);
-  l_nResult = ReceiveValue(l_pBuffer, static_cast<unsigned int>(l_nLength));
+  std::unique_ptr<char[]> l_cText;
+  l_nResult = ReceiveValueInto(static_cast<unsigned int>(l_nLength), [&](unsigned int p_nSize) {
+    l_cText.reset(new char[p_nSize + 1ull]);
+    return l_cText.get();
+  });
   if (l_nResult != 1) return l_nResult;
 
-  l_pBuffer[l_nLength] = '\0';
-  value = StrTowxString(l_pBuffer);
+  TRY_ALLOC(value = coding::DecodeText(l_cText.get(), static_cast<size_t>(l_nLength)), return 0);
   return 1;
 }
 
 wxString SteeringBase::StrTowxString(char* text) {
-  wxString l_sResult;
-  {
-    wxMBConvUTF8 l_cConverter;
-    l_sResult = wxString(text, l_cConverter);
+  if (text == NULL) return wxString();
+  return coding::DecodeText(text, std::strlen(text));
+}
+
+unsigned int SteeringBase::SendBlock(const void* p_pBlock, unsigned long long p_nSize) {
+  unsigned int l_nResult = SendValue(&p_nSize, sizeof(p_nSize));
+  if (l_nResult != 1) return l_nResult;
+  return SendValue(p_pBlock, static_cast<unsigned int>(p_nSize));
+}
+
+unsigned int SteeringBase::ReceiveBlock(const BlockUnpacker& p_fUnpack) {
+  unsigned long long l_nTotal = 0;
+  unsigned int l_nResult = ReceiveValue(&l_nTotal, sizeof(l_nTotal));
+  if (l_nResult != 1) return l_nResult;
+
+  unsigned int l_nLength = 0;
+  TRY_ALLOC(l_nLength = AffordableFrame(l_nTotal, 1), return FAILURE);
+  std::unique_ptr<char[]> l_cBlock;
+  l_nResult = ReceiveValueInto(l_nLength, [&](unsigned int p_nSize) {
+    l_cBlock.reset(new char[p_nSize != 0 ? p_nSize : 1]);
+    return l_cBlock.get();
+  });
+  if (l_nResult != 1) return NoMemoryIsFailure(l_nResult);
+  return UnpackBlock(l_cBlock.get(), l_nLength, GetMaxValueSize(), p_fUnpack);
+}
+
+unsigned int SteeringBase::UnpackBlock(const char* p_pBlock, unsigned long long p_nSize,
+                                       unsigned long long p_nBudget,
+                                       const BlockUnpacker& p_fUnpack) {
+  bool l_bRead = false;
+  bool l_bOutOfMemory = false;
+  try {
+    coding::UnpackBounds l_cBounds(p_pBlock, p_nSize, p_nBudget);
+    l_bRead = p_fUnpack(p_pBlock, p_nSize) && !l_cBounds.Overrun();
+    l_bOutOfMemory = l_cBounds.OutOfMemory();
+  } catch (const std::bad_alloc&) {
+    l_bOutOfMemory = true;
+  } catch (const std::length_error&) {
+    l_bOutOfMemory = true;
   }
-  if (l_sResult.empty()) {
-    // Not UTF-8 (or empty): one character per byte, of the same code.
-    const unsigned char* l_pByte = reinterpret_cast<const unsigned char*>(text);
-    for (; *l_pByte != 0; ++l_pByte) l_sResult += static_cast<wxChar>(*l_pByte);
+  if (l_bOutOfMemory) {
+    LOG(1, wxT("cannot allocate memory"));
+    QUOR_TRY_REPORT("return FAILURE");
+    return FAILURE;
   }
-  return l_sResult;
+  return l_bRead ? 1 : FAILURE;
+}
+
+unsigned int SteeringBase::AffordableFrame(unsigned long long p_nCount,
+                                           unsigned long long p_nWidth) const {
+  if (!Affords(p_nCount, p_nWidth)) throw std::bad_alloc();
+  return static_cast<unsigned int>(p_nCount * p_nWidth);
+}
+
+bool SteeringBase::Affords(unsigned long long p_nCount, unsigned long long p_nWidth) const {
+  unsigned int l_nLength = 0;
+  return coding::FrameLength(p_nCount, p_nWidth, &l_nLength) && l_nLength <= GetMaxValueSize();
+}
+
+void SteeringBase::RequireAffordable(unsigned long long p_nBytes) const {
+  if (p_nBytes > GetMaxValueSize()) throw std::bad_alloc();
 }
 
 }  // namespace quor

@@ -5,11 +5,12 @@
 #include "quor/modelruntimestate.h"
 #include "quor/resultMatrixInfo.h"
 #include "quor/simulatorattribute.h"
+#include "quor/steeringdeadline.h"
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 
-#include <new>
+#include <chrono>
 
 namespace quor {
 
@@ -23,13 +24,6 @@ unsigned int Then(unsigned int p_nResult, F p_fNext) {
   return p_nResult == 1 ? p_fNext() : p_nResult;
 }
 
-// Counted values are 8 bytes wide and travel in one frame, which carries at
-// most 4 GiB - 1 bytes; a larger count cannot be honest and is refused like
-// an allocation that fails.
-unsigned long long FrameableCount(unsigned long long p_nCount) {
-  if (p_nCount > 0xFFFFFFFFull / 8) throw std::bad_alloc();
-  return p_nCount;
-}
 }  // namespace
 
 SteeringClient::SteeringClient(const wxString& p_sHost, const wxString& p_sService)
@@ -65,6 +59,10 @@ unsigned int SteeringClient::ConnectToServer(const bool& p_bWait) {
   wxSocketClient* l_pcSocket = wxDynamicCast(m_pcClientSocket, wxSocketClient);
   CHECK_POINTER(l_pcSocket, return FAILURE);
 
+  // The connection and the version have one timeout together.
+  const SteeringDeadline::Clock::time_point l_cEnd =
+      m_nTimeout > 0 ? SteeringDeadline::Clock::now() + std::chrono::seconds(m_nTimeout)
+                     : SteeringDeadline::NEVER;
   wxIPV4address l_cAddress;
   l_cAddress.Hostname(m_sHost);
   l_cAddress.Service(m_sService);
@@ -82,9 +80,14 @@ unsigned int SteeringClient::ConnectToServer(const bool& p_bWait) {
   int l_nNoDelay = 1;
   l_pcSocket->SetOption(IPPROTO_TCP, TCP_NODELAY, &l_nNoDelay, sizeof(l_nNoDelay));
 
-  // A server that sends no version at all is refused as version 0.
+  // A server that sends no version at all (or not all of it in time) is
+  // refused as version 0.
   unsigned int l_nServerVersion = 0;
-  ReceiveValue(&l_nServerVersion, sizeof(l_nServerVersion));
+  {
+    SteeringDeadline l_cDeadline(l_pcSocket, l_cEnd);
+    const unsigned int l_nReceived = ReceiveValue(&l_nServerVersion, sizeof(l_nServerVersion));
+    if (l_cDeadline.Expired() || (l_nReceived != 1 && l_cDeadline.Late())) l_nServerVersion = 0;
+  }
   if (l_nServerVersion == STEERING_PROTOCOL_VERSION) return 1;
 
   LOG(1, wxString::Format(wxT("SteeringClient: The server and client communication versions "
@@ -113,27 +116,29 @@ unsigned int SteeringClient::DisConnectFromServer() {
 unsigned int SteeringClient::Initialize(const STEERING_OPTION& p_eOption,
                                         const int& p_nModelIndex, Model* p_pcModel) {
   if (m_bInitializeLocked) return FAILURE;
+  // The registration is one exchange under one deadline (see Request).
+  return WithDeadline(m_pcClientSocket, m_nTimeout, [&]() -> unsigned int {
+    unsigned int l_nResult = SendRequestCode(REQUEST_INITIALIZE);
+    if (l_nResult != 1) return l_nResult;
+    // The reply's value carries no meaning: its arrival is the answer.
+    unsigned int l_nReply = 0;
+    l_nResult = ReceiveValue(&l_nReply, sizeof(l_nReply));
+    if (l_nResult != 1) return l_nResult;
 
-  unsigned int l_nResult = SendRequestCode(REQUEST_INITIALIZE);
-  if (l_nResult != 1) return l_nResult;
-  // The reply's value carries no meaning: its arrival is the answer.
-  unsigned int l_nReply = 0;
-  l_nResult = ReceiveValue(&l_nReply, sizeof(l_nReply));
-  if (l_nResult != 1) return l_nResult;
+    SendRequestCode(REQUEST_STEERING_OPTION);
+    SendValue(&p_eOption, sizeof(p_eOption));
 
-  SendRequestCode(REQUEST_STEERING_OPTION);
-  SendValue(&p_eOption, sizeof(p_eOption));
+    if (p_eOption == STEERING_NEW_MODEL) {
+      SetModel(p_pcModel);
+      if (p_pcModel != NULL) p_pcModel->SetClientSocket(m_pcClientSocket);
+      return _SendExistingModel(p_pcModel);
+    }
 
-  if (p_eOption == STEERING_NEW_MODEL) {
-    SetModel(p_pcModel);
-    if (p_pcModel != NULL) p_pcModel->SetClientSocket(m_pcClientSocket);
-    return _SendExistingModel(p_pcModel);
-  }
-
-  l_nResult = SendValue(&p_nModelIndex, sizeof(p_nModelIndex));
-  if (l_nResult != 1) return l_nResult;
-  SetModel(NULL);
-  return ReceiveModelAsCurrent();
+    l_nResult = SendValue(&p_nModelIndex, sizeof(p_nModelIndex));
+    if (l_nResult != 1) return l_nResult;
+    SetModel(NULL);
+    return ReceiveModelAsCurrent();
+  });
 }
 
 unsigned int SteeringClient::Initialize(Model* p_pcModel) {
@@ -163,26 +168,37 @@ unsigned int SteeringClient::SendRequestCode(REQUEST_TYPE p_eCode) {
   return SendValue(&p_eCode, sizeof(p_eCode));
 }
 
+// A request runs under one deadline of the timeout, from its code to its
+// last frame: a server that stalls or trickles costs at most about the
+// timeout. When the time runs out, the frame waiting fails
+// (TRANSFER_SOCKET_ERROR; a frame the row still tries afterwards gives
+// TRANSFER_NOT_CONNECTED), the operation returns what its row makes of that
+// failure, and the connection is closed: later requests fail at once until
+// the next ConnectToServer.
 template <typename F>
 unsigned int SteeringClient::Request(REQUEST_TYPE p_eCode, CodeFailure p_eOnFailure,
                                      F p_fFrames) {
-  const unsigned int l_nResult = SendRequestCode(p_eCode);
-  if (l_nResult != 1) {
-    switch (p_eOnFailure) {
-      case CODE_FAILURE_IS_FAILURE: return FAILURE;
-      case CODE_FAILURE_IS_ZERO: return 0;
-      case CODE_FAILURE_PASSED_ON: break;
+  return WithDeadline(m_pcClientSocket, m_nTimeout, [&]() -> unsigned int {
+    const unsigned int l_nResult = SendRequestCode(p_eCode);
+    if (l_nResult != 1) {
+      switch (p_eOnFailure) {
+        case CODE_FAILURE_IS_FAILURE: return FAILURE;
+        case CODE_FAILURE_IS_ZERO: return 0;
+        case CODE_FAILURE_PASSED_ON: break;
+      }
+      return l_nResult;
     }
-    return l_nResult;
-  }
-  return p_fFrames();
+    return p_fFrames();
+  });
 }
 
 template <typename F>
 unsigned int SteeringClient::CommandWithPayload(const CMD_TYPE& p_eCmd, F p_fPayload) {
-  // The CMD_TYPE's own result is not examined.
-  if (SendRequestCode(REQUEST_SEND_CMD) == 1) SendValue(&p_eCmd, sizeof(p_eCmd));
-  return p_fPayload();
+  return WithDeadline(m_pcClientSocket, m_nTimeout, [&] {
+    // The CMD_TYPE's own result is not examined.
+    if (SendRequestCode(REQUEST_SEND_CMD) == 1) SendValue(&p_eCmd, sizeof(p_eCmd));
+    return p_fPayload();
+  });
 }
 
 // Commands.
@@ -258,12 +274,18 @@ unsigned int SteeringClient::_ChangeCurrentModel(const unsigned int& p_nModelInd
   });
 }
 
+// Without a current model there is nothing to hold the views: nothing is
+// sent.
 unsigned int SteeringClient::ReadModelViews() {
-  return Request(REQUEST_READ_MODEL_VIEWS, CODE_FAILURE_IS_FAILURE,
-                 [&] { return m_pcModel->ReceiveModelViews(); });
+  CHECK_POINTER(m_pcModel, return FAILURE);
+  return Request(REQUEST_READ_MODEL_VIEWS, CODE_FAILURE_IS_FAILURE, [&] {
+    ReceivingFor l_cFor(*m_pcModel, *this);
+    return m_pcModel->ReceiveModelViews();
+  });
 }
 
 unsigned int SteeringClient::WriteModelViews() {
+  CHECK_POINTER(m_pcModel, return FAILURE);
   return Request(REQUEST_WRITE_MODEL_VIEWS, CODE_FAILURE_IS_FAILURE,
                  [&] { return m_pcModel->SendModelViews(); });
 }
@@ -283,7 +305,7 @@ unsigned int SteeringClient::WriteSimulatorState(const int& p_nState) {
 unsigned int SteeringClient::ReadSimulationInterval(double& p_dStart, double& p_dEnd,
                                                     double& p_dSampling) {
   return Request(REQUEST_READ_SIMULATION_INTERVAL, CODE_FAILURE_IS_FAILURE, [&] {
-    if (ReceiveSimulationInterval(p_dStart, p_dEnd, p_dSampling) == 1) {
+    if (ReceiveSimulationInterval(p_dStart, p_dEnd, p_dSampling) == 1 && m_pcModel != NULL) {
       m_pcModel->SetOutputStartPoint(p_dStart);
       m_pcModel->SetOutputEndPoint(p_dEnd);
       m_pcModel->SetOutputSamplingSize(p_dSampling);
@@ -377,14 +399,7 @@ unsigned int SteeringClient::ChangeCurrentPlaceValues(const unsigned long long& 
 template <typename T>
 unsigned int SteeringClient::ReceiveCounted(REQUEST_TYPE p_eCode, std::vector<T>& p_aValues) {
   static_assert(sizeof(T) == 8, "counted values are 8 bytes wide");
-  return Request(p_eCode, CODE_FAILURE_PASSED_ON, [&] {
-    p_aValues.clear();
-    unsigned long long l_nCount = 0;
-    if (ReceiveValue(&l_nCount, sizeof(l_nCount)) != 1) return FAILURE;
-    if (l_nCount == 0) return 1u;
-    TRY_ALLOC(p_aValues.resize(FrameableCount(l_nCount)), return FAILURE);
-    return ReceiveValue(p_aValues.data(), static_cast<unsigned int>(l_nCount * sizeof(T)));
-  });
+  return Request(p_eCode, CODE_FAILURE_PASSED_ON, [&] { return ReceiveArray(p_aValues); });
 }
 
 unsigned int SteeringClient::ReceiveCurrentValues(
@@ -394,7 +409,7 @@ unsigned int SteeringClient::ReceiveCurrentValues(
   // A failed code frame (the count not yet asked for) passes its result on;
   // so does a failed count or value frame.
   if (l_nResult != 1) return l_nResult;
-  (m_pcModel->*p_pfStore)(p_adValues);
+  if (m_pcModel != NULL) TRY_ALLOC((m_pcModel->*p_pfStore)(p_adValues), return FAILURE);
   return 1;
 }
 
@@ -438,11 +453,11 @@ unsigned int SteeringClient::SendSteeredPlacePositions(
 }
 
 unsigned int SteeringClient::ResetParameterValues() {
-  return SendRequestCode(REQUEST_RESET_PARAMETER_VALUES);
+  return Request(REQUEST_RESET_PARAMETER_VALUES, CODE_FAILURE_PASSED_ON, [] { return 1u; });
 }
 
 unsigned int SteeringClient::ResetMarkingValues() {
-  return SendRequestCode(REQUEST_RESET_MARKING_VALUES);
+  return Request(REQUEST_RESET_MARKING_VALUES, CODE_FAILURE_PASSED_ON, [] { return 1u; });
 }
 
 // Messages and names.

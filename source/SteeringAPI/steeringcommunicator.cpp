@@ -5,6 +5,8 @@
 #include <sys/time.h>
 #include <zlib.h>
 
+#include <cstring>
+
 namespace quor {
 
 namespace {
@@ -93,6 +95,38 @@ void* SteeringCommunicator::Compress(const void* source,
   size = l_nBound;
   return l_pDest;
 }
+
+bool SteeringCommunicator::InflateFrame(const void* p_pStream,
+                                        unsigned long long p_nStreamSize, void* p_pDest,
+                                        unsigned int p_nSize) {
+  uLongf l_nProduced = p_nSize;
+  uLong l_nConsumed = static_cast<uLong>(p_nStreamSize);
+  const int l_nCode = uncompress2(static_cast<Bytef*>(p_pDest), &l_nProduced,
+                                  static_cast<const Bytef*>(p_pStream), &l_nConsumed);
+  if (l_nProduced > p_nSize) l_nProduced = 0;  // not a count zlib gives; trust nothing
+  if (l_nProduced < p_nSize)
+    std::memset(static_cast<char*>(p_pDest) + l_nProduced, 0, p_nSize - l_nProduced);
+  return l_nCode == Z_OK && l_nProduced == p_nSize && l_nConsumed == p_nStreamSize;
+}
+
+unsigned long long SteeringCommunicator::GetMaxValueSize() const {
+  return m_pcOwner != NULL ? m_pcOwner->GetMaxValueSize() : m_nMaxValueSize;
+}
+
+void SteeringCommunicator::NoteFrame(bool p_bClean) {
+  for (SteeringCommunicator* l_pc = this; l_pc != NULL; l_pc = l_pc->m_pcOwner) {
+    l_pc->m_bLastFrameClean = p_bClean;
+    if (!p_bClean) ++l_pc->m_nUncleanFrames;
+  }
+}
+
+SteeringCommunicator::ReceivingFor::ReceivingFor(SteeringCommunicator& p_cHelper,
+                                                 SteeringCommunicator& p_cOwner)
+    : m_rHelper(p_cHelper), m_pcPreviousOwner(p_cHelper.m_pcOwner) {
+  if (&p_cHelper != &p_cOwner) m_rHelper.m_pcOwner = &p_cOwner;
+}
+
+SteeringCommunicator::ReceivingFor::~ReceivingFor() { m_rHelper.m_pcOwner = m_pcPreviousOwner; }
 
 int SteeringCommunicator::Uncompress(const void* source, void* dest,
                                      const unsigned long long& sourceSize,

@@ -9,11 +9,6 @@
 
 namespace quor {
 
-namespace {
-// The model type that marks a coloured net.
-constexpr unsigned int COLORED_MODEL_TYPE = 1;
-}  // namespace
-
 SteeringControl::SteeringControl(wxSocketBase* p_pcSocket) : SteeringVector(p_pcSocket) {}
 
 SteeringControl::~SteeringControl() {}
@@ -81,6 +76,7 @@ unsigned int SteeringControl::SendModelStatistics(ModelRuntimeState& p_cState) {
 }
 
 unsigned int SteeringControl::ReceiveModelStatistics(ModelRuntimeState& p_cState) {
+  ReceivingFor l_cFor(p_cState, *this);
   return p_cState.ReceiveAttributes(m_pcClientSocket);
 }
 
@@ -100,6 +96,9 @@ Model* SteeringControl::_ReceiveExistingModel(wxSocketBase* p_pcSocket) {
     TRY_ALLOC(l_pcModel = new Model(p_pcSocket, wxT(""), 0, 0), return NULL);
   }
   std::unique_ptr<Model> l_cOwner(l_pcModel);
+  // The model reads on this connection's behalf: under its limits, and
+  // reporting its unclean frames to it.
+  ReceivingFor l_cFor(*l_pcModel, *this);
   if (l_pcModel->ReceiveModel() != 1) return NULL;
   return l_cOwner.release();
 }

@@ -14,13 +14,13 @@ namespace {
 
 // The steered positions of a model ("STEERED_PARAM", "STEERED_PLACES").
 AttributeVectorULong* Steered(Model& p_cModel, const wxChar* p_sKey) {
-  return dynamic_cast<AttributeVectorULong*>(p_cModel.GetAttribute(p_sKey));
+  return p_cModel.FindAttribute<AttributeVectorULong>(p_sKey);
 }
 
 std::vector<unsigned long long> SteeredPositions(SteeringModelStore& p_cStore, int p_nId,
                                                  const wxChar* p_sKey) {
   std::vector<unsigned long long> l_anPositions;
-  p_cStore.WithModel(p_nId, [&](Model& p_rModel) {
+  p_cStore.ReadModel(p_nId, [&](Model& p_rModel) {
     if (AttributeVectorULong* l_pcList = Steered(p_rModel, p_sKey))
       l_anPositions = l_pcList->GetValue();
   });
@@ -68,14 +68,17 @@ void SteeringHandler::OnDisconnect(unsigned int p_nConnection) {
 unsigned int SteeringHandler::OnInitialize(unsigned int) { return 1; }
 
 void SteeringHandler::OnUploadModel(unsigned int p_nConnection, Model* p_pcModel) {
-  m_cStore.SetCurrentModel(p_nConnection, m_cStore.AddModel(p_pcModel));
+  wxString l_sRefusal;
+  const int l_nId = m_cStore.AddUploadedModel(p_pcModel, &l_sRefusal);
+  m_cStore.SetCurrentModel(p_nConnection, l_nId);
+  if (l_nId == SteeringModelStore::NO_MODEL) Refuse(p_nConnection, l_sRefusal);
 }
 
-Model* SteeringHandler::OnAttachModel(unsigned int p_nConnection, int p_nIndex) {
+ModelSnapshot SteeringHandler::OnAttachModel(unsigned int p_nConnection, int p_nIndex) {
   const int l_nId = m_cStore.GetModelId(p_nIndex);
-  Model* l_pcCopy = m_cStore.CopyModel(l_nId);
-  if (l_pcCopy != NULL) m_cStore.SetCurrentModel(p_nConnection, l_nId);
-  return l_pcCopy;
+  ModelSnapshot l_pcModel = m_cStore.ShareModel(l_nId);
+  if (l_pcModel) m_cStore.SetCurrentModel(p_nConnection, l_nId);
+  return l_pcModel;
 }
 
 // Commands.
@@ -114,12 +117,12 @@ int SteeringHandler::OnRemoveModel(unsigned int, const wxString& p_sName) {
   return m_cStore.RemoveModel(p_sName) ? 1 : 0;
 }
 
-SteeringMatrix SteeringHandler::OnReadResultMatrix(unsigned int p_nConnection) {
-  return m_cStore.GetResultMatrix(CurrentModel(p_nConnection));
+SteeringMatrixSnapshot SteeringHandler::OnReadResultMatrix(unsigned int p_nConnection) {
+  return m_cStore.ShareResultMatrix(CurrentModel(p_nConnection));
 }
 
-SteeringMatrix SteeringHandler::OnReadRateMatrix(unsigned int p_nConnection) {
-  return m_cStore.GetRateMatrix(CurrentModel(p_nConnection));
+SteeringMatrixSnapshot SteeringHandler::OnReadRateMatrix(unsigned int p_nConnection) {
+  return m_cStore.ShareRateMatrix(CurrentModel(p_nConnection));
 }
 
 void SteeringHandler::OnWriteResultMatrix(unsigned int p_nConnection,
@@ -253,9 +256,13 @@ void SteeringHandler::OnWriteAvailableSimulators(unsigned int,
   m_cStore.SetAvailableSimulators(p_aList);
 }
 
-void SteeringHandler::OnSendSimulatorSetting(unsigned int, const wxString& p_sSimulator,
+void SteeringHandler::OnSendSimulatorSetting(unsigned int p_nConnection,
+                                             const wxString& p_sSimulator,
                                              SimulatorAttribute& p_cSettings) {
-  m_cStore.SetSimulatorSettings(p_sSimulator, p_cSettings);
+  if (!m_cStore.SetSimulatorSettings(p_sSimulator, p_cSettings))
+    Refuse(p_nConnection,
+           wxString::Format(wxT("settings refused: settings of %zu simulators are kept already"),
+                            SteeringModelStore::MAX_SIMULATOR_SETTINGS));
 }
 
 void SteeringHandler::OnReceiveSimulatorSetting(unsigned int, const wxString& p_sSimulator,

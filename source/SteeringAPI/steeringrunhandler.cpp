@@ -15,12 +15,9 @@ namespace quor {
 
 namespace {
 
-// One log line about a connection, its text as it stands (LOG takes a
-// format).
+// One log line about a connection, its text as it stands.
 void LogSession(unsigned long p_nLevel, unsigned int p_nConnection, const wxString& p_sText) {
-  wxString l_sLine = wxString::Format(wxT("Steering session %u: "), p_nConnection) + p_sText;
-  l_sLine.Replace(wxT("%"), wxT("%%"));
-  LOG(p_nLevel, l_sLine);
+  LogText(p_nLevel, wxString::Format(wxT("Steering session %u: "), p_nConnection) + p_sText);
 }
 
 // Entry p_nPosition of a list of names of the model, or "#<position>".

@@ -24,13 +24,6 @@ const size_t RESERVED_COLUMNS = 1 << 14;
 
 wxString Number(double p_dValue) { return wxString::Format(wxT("%g"), p_dValue); }
 
-// One log line of the text as it stands (LOG takes its text as a format,
-// and model names may hold '%').
-void Log(unsigned long p_nLevel, wxString p_sText) {
-  p_sText.Replace(wxT("%"), wxT("%%"));
-  LOG(p_nLevel, p_sText);
-}
-
 // The text of an exception, which need not be UTF-8.
 wxString ExceptionText(const char* p_sWhat) {
   if (p_sWhat == NULL || *p_sWhat == '\0') return wxT("no reason given");
@@ -166,7 +159,7 @@ bool SteeringRunner::Start(const SteeringRunPlan& p_rPlan, bool p_bRestart,
     }
     return Refuse(p_psReason, wxT("the run cannot start: ") + ExceptionText(l_cError.what()));
   }
-  Log(3, l_sText);
+  LogText(3, l_sText);
   return true;
 }
 
@@ -547,7 +540,8 @@ SteeringRunner::Outcome SteeringRunner::AtOutputPoint(SteeringStep& p_rStep,
   return GO_ON;
 }
 
-wxString SteeringRunner::Finish(int p_nState, const wxString& p_sFailure) {
+wxString SteeringRunner::Finish(int p_nState, const wxString& p_sFailure,
+                               const wxString& p_sSummary) {
   std::lock_guard<std::mutex> l_cLock(m_cMutex);
   m_bActive = false;
   m_bPause = false;
@@ -573,6 +567,7 @@ wxString SteeringRunner::Finish(int p_nState, const wxString& p_sFailure) {
                 p_sFailure;
       break;
   }
+  if (!p_sSummary.empty()) l_sText += wxT("; ") + p_sSummary;
   try {
     Publish(true);
     if (p_nState == SIMULATOR_FAILED) {
@@ -615,11 +610,22 @@ void SteeringRunner::Work(std::unique_ptr<SteeringStep> p_pcStep) {
             *p_pcStep, wxT("the run's end")))
       l_sEndProblem = p_pcStep->m_sFailure;
   }
-  const wxString l_sText = Finish(l_nState, l_sFailure);
+  wxString l_sSummary;
+  if (m_cPlan.m_fSummary && l_sEndProblem.empty()) {
+    p_pcStep->m_sFailure.clear();
+    if (!Call(
+            [&] {
+              l_sSummary = m_cPlan.m_fSummary();
+              return true;
+            },
+            *p_pcStep, wxT("the run's summary")))
+      l_sEndProblem = p_pcStep->m_sFailure;
+  }
+  const wxString l_sText = Finish(l_nState, l_sFailure, l_sSummary);
   // Logged with no lock held: off the main thread, LOG may wait for the
   // main thread's GUI lock.
-  Log(l_nState == SIMULATOR_FAILED ? 1 : 3, l_sText);
-  if (!l_sEndProblem.empty()) Log(2, Prefix() + l_sEndProblem);
+  LogText(l_nState == SIMULATOR_FAILED ? 1 : 3, l_sText);
+  if (!l_sEndProblem.empty()) LogText(2, Prefix() + l_sEndProblem);
 }
 
 }  // namespace quor

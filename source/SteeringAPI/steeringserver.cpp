@@ -10,13 +10,6 @@
 namespace quor {
 
 namespace {
-// LOG takes its text as a format string; a text made of names that come
-// from the system must not carry a conversion into it.
-wxString Literal(const wxString& p_sText) {
-  wxString l_sText = p_sText;
-  l_sText.Replace(wxT("%"), wxT("%%"));
-  return l_sText;
-}
 // The longest accept queue the system allows (net.core.somaxconn), at
 // least SOMAXCONN; the kernel cuts a longer request to its maximum.
 int ListenBacklog() {
@@ -70,8 +63,9 @@ bool SteeringServer::DoStartServer(const unsigned int& /* port: m_nPort is used 
   const wxString l_sHostAddress = l_cHost.IPAddress();
   m_pcServer->GetLocal(l_cHost);
   const wxString l_sService = wxString::Format(wxT("%d"), static_cast<int>(l_cHost.Service()));
-  LOG(3, Literal(wxT("Server Name: ") + wxGetFullHostName() + wxT("(") + l_sHostAddress +
-                 wxT("), Service: ") + l_sService));
+  // Names that come from the system are text, never a format.
+  LogText(3, wxT("Server Name: ") + wxGetFullHostName() + wxT("(") + l_sHostAddress +
+             wxT("), Service: ") + l_sService);
   return true;
 }
 

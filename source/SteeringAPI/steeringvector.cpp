@@ -14,32 +14,16 @@ namespace quor {
 
 namespace {
 
-// The most bytes one frame carries (its length is an unsigned 32-bit count).
-constexpr unsigned long long MAX_FRAME_SIZE = 0xFFFFFFFFull;
-
 // The longest text a string list can carry: its length travels as a signed
 // 16-bit number.
 constexpr size_t MAX_LISTED_TEXT = 0x7FFF;
 
-// p_nCount elements of p_nWidth bytes as the length of one frame. False when
-// the product overflows or exceeds what one frame carries.
-bool FrameLength(unsigned long long p_nCount, unsigned long long p_nWidth,
-                 unsigned int* p_pnLength) {
-  unsigned long long l_nProduct = 0;
-  if (__builtin_mul_overflow(p_nCount, p_nWidth, &l_nProduct) ||
-      l_nProduct > MAX_FRAME_SIZE)
-    return false;
-  *p_pnLength = static_cast<unsigned int>(l_nProduct);
-  return true;
-}
-
-// The same for a size that is about to be allocated: an impossible size
-// throws std::bad_alloc, so that inside TRY_ALLOC it takes the ordinary
-// allocation-failure path.
-unsigned int FrameLengthOrThrow(unsigned long long p_nCount,
-                                unsigned long long p_nWidth) {
+// p_nCount elements of p_nWidth bytes as the length of one frame; an
+// impossible size throws std::bad_alloc, so that inside TRY_ALLOC it takes
+// the ordinary allocation-failure path.
+unsigned int FrameLengthOrThrow(unsigned long long p_nCount, unsigned long long p_nWidth) {
   unsigned int l_nLength = 0;
-  if (!FrameLength(p_nCount, p_nWidth, &l_nLength)) throw std::bad_alloc();
+  if (!coding::FrameLength(p_nCount, p_nWidth, &l_nLength)) throw std::bad_alloc();
   return l_nLength;
 }
 
@@ -50,15 +34,16 @@ unsigned int MatrixLengthOrThrow(unsigned long long p_nRows, unsigned long long 
 }
 
 // A peer-announced number of rows or strings, refused with std::bad_alloc
-// above MAX_RECEIVED_ROWS.
-unsigned long long ReceivedRows(unsigned long long p_nCount) {
-  if (p_nCount > MAX_RECEIVED_ROWS) throw std::bad_alloc();
+// above p_nMost.
+unsigned long long ReceivedRows(unsigned long long p_nCount,
+                                unsigned long long p_nMost = MAX_RECEIVED_ROWS) {
+  if (p_nCount > p_nMost) throw std::bad_alloc();
   return p_nCount;
 }
 
-// A zeroed block of p_nSize bytes (NewBlock's limits apply). A received
-// zlib stream that inflates to fewer bytes than announced leaves zeros
-// behind, never earlier heap contents.
+// A zeroed block of p_nSize bytes (NewBlock's limits apply), for a block
+// that is sent: bytes that packing leaves alone go out as zeros, never as
+// earlier heap contents.
 std::unique_ptr<char[]> NewZeroedBlock(unsigned long long p_nSize) {
   std::unique_ptr<char[]> l_cBlock(NewBlock(p_nSize));
   std::memset(l_cBlock.get(), 0, static_cast<size_t>(p_nSize));
@@ -249,36 +234,29 @@ unsigned int SteeringVector::SendAttributes() {
   }
   if (l_nOffset != l_nTotal) return FAILURE;
 
-  unsigned int l_nResult = SendValue(&l_nTotal, sizeof(l_nTotal));
-  if (l_nResult != 1) return l_nResult;
-  return SendValue(l_cBlock.get(), static_cast<unsigned int>(l_nTotal));
+  return SendBlock(l_cBlock.get(), l_nTotal);
 }
 
-// The block comes from the peer: the attributes unpack inside its bounds, and
-// the walk stops with FAILURE at the first attribute that would read past
-// its end (the attributes before it hold their new values, that one and the
-// ones after it their old values). Bytes left over after the last attribute
-// are ignored.
 unsigned int SteeringVector::ReceiveAttributes() {
-  unsigned long long l_nTotal = 0;
-  unsigned int l_nResult = ReceiveValue(&l_nTotal, sizeof(l_nTotal));
-  if (l_nResult != 1) return l_nResult;
+  return ReceiveBlock([this](const char* p_pBlock, unsigned long long p_nSize) {
+    return UnPackAttributes(p_pBlock, p_nSize);
+  });
+}
 
-  std::unique_ptr<char[]> l_cBlock;
-  TRY_ALLOC(l_cBlock = NewZeroedBlock(FrameLengthOrThrow(l_nTotal, 1)),
-            return FAILURE);
-  l_nResult = ReceiveValue(l_cBlock.get(), static_cast<unsigned int>(l_nTotal));
-  if (l_nResult != 1) return l_nResult;
-
-  coding::UnpackBounds l_cBounds(l_cBlock.get(), l_nTotal);
+// The attributes unpack inside the block's bounds, and the walk stops at the
+// first attribute that would read past its end (the attributes before it
+// hold their new values, that one and the ones after it their old values).
+// Bytes left over after the last attribute are ignored.
+bool SteeringVector::UnPackAttributes(const char* p_pBlock, unsigned long long p_nSize) {
+  CHECK_POINTER(m_pcAttributeList, return false);
   unsigned long long l_nOffset = 0;
   for (AttributeList::value_type& l_cEntry : *m_pcAttributeList) {
     if (l_cEntry.second == NULL) continue;
-    const unsigned int l_nRead = l_cEntry.second->UnPackValue(l_cBlock.get() + l_nOffset);
-    if (l_cBounds.Overrun() || l_nRead > l_nTotal - l_nOffset) return FAILURE;
+    const unsigned int l_nRead = l_cEntry.second->UnPackValue(p_pBlock + l_nOffset);
+    if (coding::UnpackRefused() || l_nRead > p_nSize - l_nOffset) return false;
     l_nOffset += l_nRead;
   }
-  return 1;
+  return true;
 }
 
 // Bulk transfers.
@@ -290,7 +268,7 @@ unsigned int SteeringVector::SendArray(const void* p_pData,
   // goes out.
   unsigned int l_nLength = 0;
   if (p_nElementSize < 0 ||
-      !FrameLength(p_nCount, static_cast<unsigned long long>(p_nElementSize), &l_nLength))
+      !coding::FrameLength(p_nCount, static_cast<unsigned long long>(p_nElementSize), &l_nLength))
     return FAILURE;
 
   const unsigned long long l_nCount = p_nCount;
@@ -316,7 +294,7 @@ unsigned int SteeringVector::SendVectorString(const std::vector<wxString>& p_asV
     l_nTotal += l_nLength;
   }
   unsigned int l_nLengthsSize = 0;
-  if (!FrameLength(l_nCount, sizeof(int16_t), &l_nLengthsSize)) return FAILURE;
+  if (!coding::FrameLength(l_nCount, sizeof(int16_t), &l_nLengthsSize)) return FAILURE;
 
   std::unique_ptr<char[]> l_cBlock;
   TRY_ALLOC(l_cBlock = NewZeroedBlock(FrameLengthOrThrow(l_nTotal, 1)), return FAILURE);
@@ -344,9 +322,11 @@ unsigned int SteeringVector::SendVectorString(const std::vector<wxString>& p_asV
 // Every frame of the message is received before the lengths are judged, so
 // that a list whose lengths run past its text (or are negative) is refused
 // with FAILURE with the connection still in step and the caller's list as it
-// was. More than MAX_RECEIVED_ROWS strings are refused as an allocation
-// failure before anything is sized. Text left over after the last string is
-// ignored.
+// was. More than MAX_RECEIVED_ROWS strings, or a list that would cost more
+// than the value limit (its lengths, its text, and a wxString for each entry
+// holding its text decoded), are refused as an allocation failure before
+// anything is sized; the lengths and the text are allocated only once they
+// have arrived.
 unsigned int SteeringVector::ReceiveVectorString(std::vector<wxString>& p_asValue) {
   unsigned int l_nTotal = 0;
   unsigned int l_nResult = ReceiveValue(&l_nTotal, sizeof(l_nTotal));
@@ -354,34 +334,49 @@ unsigned int SteeringVector::ReceiveVectorString(std::vector<wxString>& p_asValu
 
   unsigned long long l_nCount = 0;
   if (ReceiveValue(&l_nCount, sizeof(l_nCount)) != 1) return FAILURE;
+  unsigned int l_nLengthsSize = 0;
+  TRY_ALLOC(l_nLengthsSize = AffordableFrame(ReceivedRows(l_nCount), sizeof(int16_t));
+            RequireAffordable(coding::Product(l_nCount, sizeof(int16_t) + coding::TEXT_COST) +
+                              l_nTotal + coding::Product(l_nTotal, coding::TEXT_CHARACTER_COST)),
+            return FAILURE);
+
   std::vector<int16_t> l_anLengths;
-  TRY_ALLOC(l_anLengths.resize(ReceivedRows(l_nCount)), return FAILURE);
   if (l_nCount != 0) {
-    l_nResult = ReceiveValue(l_anLengths.data(),
-                             static_cast<unsigned int>(l_nCount * sizeof(int16_t)));
-    if (l_nResult != 1) return l_nResult;
+    l_nResult = ReceiveValueInto(l_nLengthsSize, [&](unsigned int) {
+      l_anLengths.resize(l_nCount);
+      return reinterpret_cast<char*>(l_anLengths.data());
+    });
+    if (l_nResult != 1) return NoMemoryIsFailure(l_nResult);
   }
 
-  std::unique_ptr<char[]> l_cBlock;
-  TRY_ALLOC(l_cBlock = NewZeroedBlock(l_nTotal), return FAILURE);
-  l_nResult = ReceiveValue(l_cBlock.get(), l_nTotal);
-  if (l_nResult != 1) return l_nResult;
+  std::unique_ptr<char[]> l_cText;
+  l_nResult = ReceiveValueInto(l_nTotal, [&](unsigned int p_nSize) {
+    l_cText.reset(new char[p_nSize != 0 ? p_nSize : 1]);
+    return l_cText.get();
+  });
+  if (l_nResult != 1) return NoMemoryIsFailure(l_nResult);
+  return DecodeVectorString(l_anLengths, l_cText.get(), l_nTotal, p_asValue);
+}
 
+unsigned int SteeringVector::DecodeVectorString(const std::vector<int16_t>& p_anLengths,
+                                                const char* p_pText, unsigned long long p_nTotal,
+                                                std::vector<wxString>& p_asValue) {
   unsigned long long l_nNeeded = 0;
-  for (int16_t l_nLength : l_anLengths) {
+  for (int16_t l_nLength : p_anLengths) {
     if (l_nLength < 0) return FAILURE;
     l_nNeeded += static_cast<unsigned long long>(l_nLength);
   }
-  if (l_nNeeded > l_nTotal) return FAILURE;
+  if (l_nNeeded > p_nTotal) return FAILURE;
 
-  TRY_ALLOC(p_asValue.resize(l_nCount), return FAILURE);
-  const char* l_pNext = l_cBlock.get();
-  for (size_t i = 0; i < l_anLengths.size(); ++i) {
-    std::string l_sText;
-    TRY_ALLOC(l_sText.assign(l_pNext, static_cast<size_t>(l_anLengths[i])), return FAILURE);
-    p_asValue[i] = StrTowxString(&l_sText[0]);
-    l_pNext += l_anLengths[i];
-  }
+  std::vector<wxString> l_asValue;
+  TRY_ALLOC(l_asValue.reserve(p_anLengths.size());
+            const char* l_pNext = p_pText;
+            for (int16_t l_nLength : p_anLengths) {
+              l_asValue.push_back(coding::DecodeText(l_pNext, static_cast<size_t>(l_nLength)));
+              l_pNext += l_nLength;
+            },
+            return FAILURE);
+  p_asValue.swap(l_asValue);
   return 1;
 }
 
@@ -412,9 +407,13 @@ unsigned int SteeringVector::SendVector2D(const std::vector<std::vector<double> 
   return 1;
 }
 
-// Rows and columns come from the peer: more than MAX_RECEIVED_ROWS rows, or
-// values that cannot travel as one frame, are refused with "cannot allocate
-// memory" and FAILURE before the caller's matrix is touched.
+// Rows and columns come from the peer. More than MAX_RECEIVED_ROWS rows (or
+// more than MAX_RECEIVED_EMPTY_ROWS rows without columns), values that
+// cannot travel as one frame, or a matrix that would cost more than the
+// value limit (its rows and their values) are refused with "cannot allocate
+// memory" and FAILURE before anything is sized. The values are allocated
+// once they have arrived, and the caller's matrix changes only then: after a
+// failed frame it is as it was.
 unsigned int SteeringVector::ReceiveVector2D(std::vector<std::vector<double> >& p_aadValue) {
   unsigned long long l_nRows = 0;
   unsigned int l_nResult = ReceiveValue(&l_nRows, sizeof(l_nRows));
@@ -424,24 +423,26 @@ unsigned int SteeringVector::ReceiveVector2D(std::vector<std::vector<double> >& 
   if (l_nResult != 1) return l_nResult;
 
   unsigned int l_nLength = 0;
-  std::unique_ptr<char[]> l_cBlock;
-  TRY_ALLOC(l_nLength = MatrixLengthOrThrow(ReceivedRows(l_nRows), l_nColumns);
-            l_cBlock = NewZeroedBlock(l_nLength),
+  TRY_ALLOC(ReceivedRows(l_nRows, l_nColumns == 0 ? MAX_RECEIVED_EMPTY_ROWS : MAX_RECEIVED_ROWS);
+            l_nLength = MatrixLengthOrThrow(l_nRows, l_nColumns);
+            RequireAffordable(coding::Product(l_nRows, sizeof(std::vector<double>)) + l_nLength),
             return FAILURE);
+
+  std::unique_ptr<double[]> l_cValues;
+  l_nResult = ReceiveValueInto(l_nLength, [&](unsigned int p_nSize) {
+    l_cValues.reset(new double[p_nSize / sizeof(double) + 1]);
+    return reinterpret_cast<char*>(l_cValues.get());
+  });
+  if (l_nResult != 1) return NoMemoryIsFailure(l_nResult);
 
   if (!TryResize([&] { p_aadValue.resize(l_nRows); }, wxT("Cannot resize vector.")))
     return FAILURE;
-
-  l_nResult = ReceiveValue(l_cBlock.get(), l_nLength);
-  if (l_nResult != 1) return l_nResult;
-  if (l_nRows == 0) return 1;
-
-  const char* l_pNext = l_cBlock.get();
+  const double* l_pNext = l_cValues.get();
   for (std::vector<double>& l_adRow : p_aadValue) {
-    if (!TryResize([&] { l_adRow.assign(l_nColumns, 0.0); }, wxT("Cannot resize vector.")))
+    if (!TryResize([&] { l_adRow.assign(l_pNext, l_pNext + l_nColumns); },
+                   wxT("Cannot resize vector.")))
       return FAILURE;
-    if (l_nColumns != 0) std::memcpy(l_adRow.data(), l_pNext, l_nColumns * sizeof(double));
-    l_pNext += l_nColumns * sizeof(double);
+    l_pNext += l_nColumns;
   }
   return 1;
 }

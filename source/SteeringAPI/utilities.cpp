@@ -23,24 +23,41 @@ bool NeedsGuiMutex() {
   return wxThread::GetMainId() != 0 && !wxThread::IsMain() &&
          wxAppConsole::GetInstance() != NULL && wxAppConsole::GetInstance()->IsGUI();
 }
+
+// Holds the GUI mutex (when needed, see above) for the duration of a
+// logging call.
+class GuiLogLock {
+ public:
+  GuiLogLock() : m_bHeld(NeedsGuiMutex()) {
+    if (m_bHeld) wxMutexGuiEnter();
+  }
+  ~GuiLogLock() {
+    if (m_bHeld) wxMutexGuiLeave();
+  }
+
+ private:
+  const bool m_bHeld;
+};
+
+// The prefixes of levels 1, 2 and 3; any other level has none.
+const wxChar* const LEVEL_PREFIXES[] = {wxT("Error: "), wxT("Warning: "), wxT("Notice: ")};
 }  // namespace
 
-void LOG(unsigned long p_nLevel, const wxString& p_sMessage) {
-  const bool l_bOffMain = NeedsGuiMutex();
-  if (l_bOffMain) wxMutexGuiEnter();
+const wxChar* LogLevelPrefix(unsigned long p_nLevel) {
+  return p_nLevel >= 1 && p_nLevel <= 3 ? LEVEL_PREFIXES[p_nLevel - 1] : wxT("");
+}
 
-  wxString l_sText;
-  switch (p_nLevel) {
-    case 1: l_sText = wxT("Error: ") + p_sMessage; break;
-    case 2: l_sText = wxT("Warning: ") + p_sMessage; break;
-    case 3: l_sText = wxT("Notice: ") + p_sMessage; break;
-    default: l_sText = p_sMessage; break;
-  }
+void LOG(unsigned long p_nLevel, const wxString& p_sMessage) {
+  GuiLogLock l_cLock;
   // The text is the format string, with no arguments: a '%' in it is a
   // conversion, exactly as the callers of LOG expect.
+  const wxString l_sText = LogLevelPrefix(p_nLevel) + p_sMessage;
   wxLogGeneric(static_cast<wxLogLevel>(p_nLevel), l_sText);
+}
 
-  if (l_bOffMain) wxMutexGuiLeave();
+void LogText(unsigned long p_nLevel, const wxString& p_sText) {
+  GuiLogLock l_cLock;
+  wxLogGeneric(static_cast<wxLogLevel>(p_nLevel), wxT("%s"), LogLevelPrefix(p_nLevel) + p_sText);
 }
 
 void SetReportSink(ReportSink p_pfSink) { g_pfReportSink.store(p_pfSink); }

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "quor/attributeVector.h"
+#include "quor/keys.h"
 #include "quor/modelView.h"
 
 namespace quor {
@@ -17,31 +18,31 @@ Model::Model(wxSocketBase* p_pcSocket, const wxString& p_sModelName,
   const unsigned int l_nTransitions = static_cast<unsigned int>(p_nTransitionCount);
   const unsigned int l_nPlaces = static_cast<unsigned int>(p_nPlaceCount);
 
-  RegisterAttribute<AttributeUint>(wxT("MODEL_TYPE"), 0u);
-  RegisterAttribute<Attribute>(wxT("MODEL_NAME"), p_sModelName);
-  RegisterAttribute<AttributeUlong>(wxT("TRANSITION_COUNT"), p_nTransitionCount);
-  RegisterAttribute<AttributeUlong>(wxT("PLACE_COUNT"), p_nPlaceCount);
-  RegisterAttribute<AttributeVectorString>(wxT("PLACE_NAMES"));
-  RegisterAttribute<AttributeVectorString>(wxT("TRANSITION_NAMES"));
-  RegisterAttribute<AttributeVectorString>(wxT("TRANSITION_FUNCTIONS"))
+  RegisterAttribute<AttributeUint>(keys::MODEL_TYPE, PLAIN_MODEL_TYPE);
+  RegisterAttribute<Attribute>(keys::MODEL_NAME, p_sModelName);
+  RegisterAttribute<AttributeUlong>(keys::TRANSITION_COUNT, p_nTransitionCount);
+  RegisterAttribute<AttributeUlong>(keys::PLACE_COUNT, p_nPlaceCount);
+  RegisterAttribute<AttributeVectorString>(keys::PLACE_NAMES);
+  RegisterAttribute<AttributeVectorString>(keys::TRANSITION_NAMES);
+  RegisterAttribute<AttributeVectorString>(keys::TRANSITION_FUNCTIONS)
       ->assign(l_nTransitions, wxT("0"));
-  RegisterAttribute<AttributeVectorString>(wxT("PARAMETER_NAMES"));
-  RegisterAttribute<AttributeDouble>(wxT("START_OUTPUT_POINT"), 0.0);
-  RegisterAttribute<AttributeDouble>(wxT("END_OUTPUT_POINT"), 100.0);
-  RegisterAttribute<AttributeDouble>(wxT("SAMPLE_POINT_SIZE"), 1.0);
-  RegisterAttribute<AttributeUint>(wxT("CURRENT_ACTIVE_VIEW"), 0u);
-  RegisterAttribute<AttributeVectorDouble>(wxT("INITIAL_PARAM_VALUES"));
-  RegisterAttribute<AttributeVectorDouble>(wxT("CURRENT_PARAM_VALUES"));
-  RegisterAttribute<AttributeVectorDouble>(wxT("INITIAL_MARKING"))->assign(l_nPlaces, 0.0);
-  RegisterAttribute<AttributeVectorDouble>(wxT("CURRENT_MARKING"))->assign(l_nPlaces, 0.0);
-  RegisterAttribute<AttributeVectorInt>(wxT("TRANSITION_TYPES"))->assign(l_nTransitions, 0);
-  RegisterAttribute<AttributeVectorInt>(wxT("PLACE_TYPES"))->assign(l_nPlaces, 0);
-  RegisterAttribute<AttributeVectorULong>(wxT("STEERED_PARAM"));
-  RegisterAttribute<AttributeVectorULong>(wxT("STEERED_PLACES"));
-  RegisterAttribute<AttributeUint>(wxT("NET_TYPE"), 0u);
+  RegisterAttribute<AttributeVectorString>(keys::PARAMETER_NAMES);
+  RegisterAttribute<AttributeDouble>(keys::START_OUTPUT_POINT, 0.0);
+  RegisterAttribute<AttributeDouble>(keys::END_OUTPUT_POINT, 100.0);
+  RegisterAttribute<AttributeDouble>(keys::SAMPLE_POINT_SIZE, 1.0);
+  RegisterAttribute<AttributeUint>(keys::CURRENT_ACTIVE_VIEW, 0u);
+  RegisterAttribute<AttributeVectorDouble>(keys::INITIAL_PARAM_VALUES);
+  RegisterAttribute<AttributeVectorDouble>(keys::CURRENT_PARAM_VALUES);
+  RegisterAttribute<AttributeVectorDouble>(keys::INITIAL_MARKING)->assign(l_nPlaces, 0.0);
+  RegisterAttribute<AttributeVectorDouble>(keys::CURRENT_MARKING)->assign(l_nPlaces, 0.0);
+  RegisterAttribute<AttributeVectorInt>(keys::TRANSITION_TYPES)->assign(l_nTransitions, 0);
+  RegisterAttribute<AttributeVectorInt>(keys::PLACE_TYPES)->assign(l_nPlaces, 0);
+  RegisterAttribute<AttributeVectorULong>(keys::STEERED_PARAM);
+  RegisterAttribute<AttributeVectorULong>(keys::STEERED_PLACES);
+  RegisterAttribute<AttributeUint>(keys::NET_TYPE, 0u);
   // Arc edits go straight into the attribute's list.
   m_pcTransitionPtr = &RegisterAttribute<AttributeTransitionConnection>(
-                           wxT("TRANSITION_CONNECTION"), l_nTransitions)
+                           keys::TRANSITION_CONNECTION, l_nTransitions)
                            ->GetValue();
   m_apcModelViews = new std::vector<ModelView*>();
 }
@@ -107,6 +108,8 @@ unsigned int Model::SendModelViews() {
 
 unsigned int Model::ReceiveOneView() {
   std::unique_ptr<ModelView> l_pcView(new ModelView(wxT(""), NULL));
+  // The view reads on the model's connection and under its limits.
+  ReceivingFor l_cFor(*l_pcView, *this);
   const unsigned int l_nResult = l_pcView->ReceiveView(m_pcClientSocket);
   m_apcModelViews->push_back(l_pcView.get());
   l_pcView.release();
@@ -118,6 +121,10 @@ unsigned int Model::ReceiveModelViews() {
   unsigned int l_nViewCount = 0;
   unsigned int l_nResult = ReceiveValue(&l_nViewCount, sizeof(l_nViewCount));
   if (l_nResult != SUCCESS) return l_nResult;
+  // The views are built one at a time as they arrive; more of them than the
+  // value limit can hold are refused before the first.
+  TRY_ALLOC(RequireAffordable(coding::Product(l_nViewCount, ModelView::MemoryOfOne())),
+            return FAILURE);
   // The received views replace the ones held so far, which the model owns.
   DeleteModelViews();
   for (unsigned int l_nView = 0; l_nView < l_nViewCount; ++l_nView) {
@@ -136,39 +143,39 @@ unsigned int Model::ReceiveModelViews() {
 // Scalar accessors.
 
 void Model::SetModelName(const wxString& p_sName) {
-  SetAttributeValue(wxT("MODEL_NAME"), p_sName);
+  SetAttributeValue(keys::MODEL_NAME, p_sName);
 }
 
-wxString Model::GetModelName() { return GetAttributeValueString(wxT("MODEL_NAME")); }
+wxString Model::GetModelName() { return GetAttributeValueString(keys::MODEL_NAME); }
 
 unsigned long long Model::GetPlaceCount() {
-  return GetAttributeValueULong(wxT("PLACE_COUNT"));
+  return GetAttributeValueULong(keys::PLACE_COUNT);
 }
 
 unsigned long long Model::GetTransitionCount() {
-  return GetAttributeValueULong(wxT("TRANSITION_COUNT"));
+  return GetAttributeValueULong(keys::TRANSITION_COUNT);
 }
 
-unsigned int Model::GetModelType() { return GetAttributeValueUInt(wxT("MODEL_TYPE")); }
+unsigned int Model::GetModelType() { return GetAttributeValueUInt(keys::MODEL_TYPE); }
 
 unsigned int Model::GetActiveView() {
-  return GetAttributeValueUInt(wxT("CURRENT_ACTIVE_VIEW"));
+  return GetAttributeValueUInt(keys::CURRENT_ACTIVE_VIEW);
 }
 
 void Model::SetActiveView(const unsigned int& p_nView) {
-  SetAttributeValue(wxT("CURRENT_ACTIVE_VIEW"), p_nView);
+  SetAttributeValue(keys::CURRENT_ACTIVE_VIEW, p_nView);
 }
 
 void Model::SetOutputStartPoint(const double& p_dValue) {
-  SetAttributeValue(wxT("START_OUTPUT_POINT"), p_dValue);
+  SetAttributeValue(keys::START_OUTPUT_POINT, p_dValue);
 }
 
 void Model::SetOutputEndPoint(const double& p_dValue) {
-  SetAttributeValue(wxT("END_OUTPUT_POINT"), p_dValue);
+  SetAttributeValue(keys::END_OUTPUT_POINT, p_dValue);
 }
 
 void Model::SetOutputSamplingSize(const double& p_dValue) {
-  SetAttributeValue(wxT("SAMPLE_POINT_SIZE"), p_dValue);
+  SetAttributeValue(keys::SAMPLE_POINT_SIZE, p_dValue);
 }
 
 // Names and positions. The maps are filled insert-if-absent: for a name
@@ -176,12 +183,12 @@ void Model::SetOutputSamplingSize(const double& p_dValue) {
 // keep their positions.
 
 void Model::SetPlaceNames(const std::vector<wxString>& p_asNames) {
-  SetAttributeValue(wxT("PLACE_NAMES"), p_asNames);
+  SetAttributeValue(keys::PLACE_NAMES, p_asNames);
   MapPlaceName2Positions(p_asNames);
 }
 
 void Model::SetTransitionNames(const std::vector<wxString>& p_asNames) {
-  SetAttributeValue(wxT("TRANSITION_NAMES"), p_asNames);
+  SetAttributeValue(keys::TRANSITION_NAMES, p_asNames);
   MapTransitionNames2Positions(p_asNames);
 }
 
@@ -285,7 +292,7 @@ std::vector<Transitions>* Model::GetTransitions() { return m_pcTransitionPtr; }
 
 void Model::SetTransitions(const std::vector<Transitions>& p_aTransitions) {
   AttributeTransitionConnection* l_pcAttribute =
-      GetTypedAttribute<AttributeTransitionConnection>(wxT("TRANSITION_CONNECTION"));
+      FindAttribute<AttributeTransitionConnection>(keys::TRANSITION_CONNECTION);
   CHECK_POINTER(l_pcAttribute, return);
   // The attribute keeps its list object, so m_pcTransitionPtr stays valid.
   l_pcAttribute->SetValue(p_aTransitions);
@@ -295,20 +302,20 @@ void Model::SetTransitions(const std::vector<Transitions>& p_aTransitions) {
 // read as NULL (getters).
 
 void Model::SetPlaceTypes(const std::vector<PlaceType>& p_aeTypes) {
-  AttributeVectorInt* l_pcAttribute = GetTypedAttribute<AttributeVectorInt>(wxT("PLACE_TYPES"));
+  AttributeVectorInt* l_pcAttribute = FindAttribute<AttributeVectorInt>(keys::PLACE_TYPES);
   if (l_pcAttribute != NULL) {
     l_pcAttribute->SetValue(std::vector<int>(p_aeTypes.begin(), p_aeTypes.end()));
   }
 }
 
 std::vector<int>* Model::GetPlaceType() {
-  AttributeVectorInt* l_pcAttribute = GetTypedAttribute<AttributeVectorInt>(wxT("PLACE_TYPES"));
+  AttributeVectorInt* l_pcAttribute = FindAttribute<AttributeVectorInt>(keys::PLACE_TYPES);
   return l_pcAttribute != NULL ? &l_pcAttribute->GetValue() : NULL;
 }
 
 void Model::SetTransitionTypes(const std::vector<TransType>& p_aeTypes) {
   AttributeVectorInt* l_pcAttribute =
-      GetTypedAttribute<AttributeVectorInt>(wxT("TRANSITION_TYPES"));
+      FindAttribute<AttributeVectorInt>(keys::TRANSITION_TYPES);
   if (l_pcAttribute != NULL) {
     l_pcAttribute->SetValue(std::vector<int>(p_aeTypes.begin(), p_aeTypes.end()));
   }
@@ -325,7 +332,7 @@ void Model::SetTransitionType(const unsigned long long& p_nTransitionPos,
 
 std::vector<int>* Model::GetTransitionTypes() {
   AttributeVectorInt* l_pcAttribute =
-      GetTypedAttribute<AttributeVectorInt>(wxT("TRANSITION_TYPES"));
+      FindAttribute<AttributeVectorInt>(keys::TRANSITION_TYPES);
   return l_pcAttribute != NULL ? &l_pcAttribute->GetValue() : NULL;
 }
 
@@ -343,50 +350,50 @@ std::vector<double>* Doubles(AttributeVectorDouble* p_pcAttribute) {
 }  // namespace
 
 void Model::SetInitialMarking(const std::vector<double>& p_adMarking) {
-  SetDoubles(GetTypedAttribute<AttributeVectorDouble>(wxT("INITIAL_MARKING")), p_adMarking);
+  SetDoubles(FindAttribute<AttributeVectorDouble>(keys::INITIAL_MARKING), p_adMarking);
   SetCurrentMarking(p_adMarking);
 }
 
 std::vector<double>* Model::GetInitialMarking() {
-  return Doubles(GetTypedAttribute<AttributeVectorDouble>(wxT("INITIAL_MARKING")));
+  return Doubles(FindAttribute<AttributeVectorDouble>(keys::INITIAL_MARKING));
 }
 
 void Model::SetCurrentMarking(const std::vector<double>& p_adMarking) {
-  SetDoubles(GetTypedAttribute<AttributeVectorDouble>(wxT("CURRENT_MARKING")), p_adMarking);
+  SetDoubles(FindAttribute<AttributeVectorDouble>(keys::CURRENT_MARKING), p_adMarking);
 }
 
 std::vector<double>* Model::GetCurrentMarking() {
-  return Doubles(GetTypedAttribute<AttributeVectorDouble>(wxT("CURRENT_MARKING")));
+  return Doubles(FindAttribute<AttributeVectorDouble>(keys::CURRENT_MARKING));
 }
 
 void Model::SetInitialParameterValues(const std::vector<double>& p_adValues) {
-  SetDoubles(GetTypedAttribute<AttributeVectorDouble>(wxT("INITIAL_PARAM_VALUES")), p_adValues);
+  SetDoubles(FindAttribute<AttributeVectorDouble>(keys::INITIAL_PARAM_VALUES), p_adValues);
   SetCurrentParameterValues(p_adValues);
 }
 
 void Model::SetCurrentParameterValues(const std::vector<double>& p_adValues) {
-  SetDoubles(GetTypedAttribute<AttributeVectorDouble>(wxT("CURRENT_PARAM_VALUES")), p_adValues);
+  SetDoubles(FindAttribute<AttributeVectorDouble>(keys::CURRENT_PARAM_VALUES), p_adValues);
 }
 
 void Model::CopyValues(const wxString& p_sInitialKey, const wxString& p_sCurrentKey) {
-  AttributeVectorDouble* l_pcAttribute1 = GetTypedAttribute<AttributeVectorDouble>(p_sInitialKey);
-  AttributeVectorDouble* l_pcAttribute2 = GetTypedAttribute<AttributeVectorDouble>(p_sCurrentKey);
+  AttributeVectorDouble* l_pcAttribute1 = FindAttribute<AttributeVectorDouble>(p_sInitialKey);
+  AttributeVectorDouble* l_pcAttribute2 = FindAttribute<AttributeVectorDouble>(p_sCurrentKey);
   CHECK_POINTER(l_pcAttribute1, return);
   CHECK_POINTER(l_pcAttribute2, return);
   l_pcAttribute2->SetValue(l_pcAttribute1->GetValue());
 }
 
 void Model::ResetCurrentMarking() {
-  CopyValues(wxT("INITIAL_MARKING"), wxT("CURRENT_MARKING"));
+  CopyValues(keys::INITIAL_MARKING, keys::CURRENT_MARKING);
 }
 
 void Model::ResetParameterValues() {
-  CopyValues(wxT("INITIAL_PARAM_VALUES"), wxT("CURRENT_PARAM_VALUES"));
+  CopyValues(keys::INITIAL_PARAM_VALUES, keys::CURRENT_PARAM_VALUES);
 }
 
 void Model::SetCurrentValue(const wxString& p_sKey, const unsigned long long& p_nPosition,
                             const double& p_dValue) {
-  AttributeVectorDouble* l_pcAttribute = GetTypedAttribute<AttributeVectorDouble>(p_sKey);
+  AttributeVectorDouble* l_pcAttribute = FindAttribute<AttributeVectorDouble>(p_sKey);
   CHECK_POINTER(l_pcAttribute, return);
   try {
     l_pcAttribute->GetValue().at(p_nPosition) = p_dValue;
@@ -399,11 +406,11 @@ void Model::SetCurrentValue(const wxString& p_sKey, const unsigned long long& p_
 }
 
 void Model::SetParameterValue(const unsigned long long& p_nPosition, const double& p_dValue) {
-  SetCurrentValue(wxT("CURRENT_PARAM_VALUES"), p_nPosition, p_dValue);
+  SetCurrentValue(keys::CURRENT_PARAM_VALUES, p_nPosition, p_dValue);
 }
 
 void Model::SetMarkingValue(const unsigned long long& p_nPosition, const double& p_dValue) {
-  SetCurrentValue(wxT("CURRENT_MARKING"), p_nPosition, p_dValue);
+  SetCurrentValue(keys::CURRENT_MARKING, p_nPosition, p_dValue);
 }
 
 }  // namespace quor

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "quor/modelruntimestate.h"
 
+#include "quor/keys.h"
+
 namespace quor {
 
 namespace {
@@ -14,13 +16,13 @@ void AddState(SteeringVector* p_pcState, const wxChar* p_sKey, const V& p_Value)
 }  // namespace
 
 ModelRuntimeState::ModelRuntimeState() : SteeringVector(NULL) {
-  AddState<AttributeInt>(this, wxT("SIMULATOR_STATE"), 0);
-  AddState<AttributeDouble>(this, wxT("SIMULATOR_RUNTIME"), 0.0);
-  AddState<AttributeDouble>(this, wxT("SIMULATOR_PROGRESS"), 0.0);
-  AddState<AttributeInt>(this, wxT("ERROR_STATE"), 0);
-  AddState<Attribute>(this, wxT("SIMULATOR_CATEGORY"), wxString());
-  AddState<Attribute>(this, wxT("CURRENT_SIMULATOR_ALGORITHM"), wxString());
-  AddState<AttributeInt>(this, wxT("SIMULATOR_SPEED"), 0);
+  AddState<AttributeInt>(this, keys::SIMULATOR_STATE, 0);
+  AddState<AttributeDouble>(this, keys::SIMULATOR_RUNTIME, 0.0);
+  AddState<AttributeDouble>(this, keys::SIMULATOR_PROGRESS, 0.0);
+  AddState<AttributeInt>(this, keys::ERROR_STATE, 0);
+  AddState<Attribute>(this, keys::SIMULATOR_CATEGORY, wxString());
+  AddState<Attribute>(this, keys::CURRENT_SIMULATOR_ALGORITHM, wxString());
+  AddState<AttributeInt>(this, keys::SIMULATOR_SPEED, 0);
 }
 
 ModelRuntimeState::~ModelRuntimeState() {}

@@ -13,8 +13,6 @@ namespace {
 
 // The packed row count is a fixed 4 bytes.
 constexpr unsigned long long ROW_COUNT_SIZE = 4;
-// The largest value one frame can carry.
-constexpr unsigned long long MAX_FRAME_SIZE = 0xFFFFFFFFull;
 
 // Bytes of a packed list of 4-byte integers, counted in 64 bits.
 unsigned long long PackedSize(AttributeVectorInt& p_cList) {
@@ -77,48 +75,33 @@ unsigned int ResultMatrixInfo::SendValue(SteeringBase* p_pcCommunicator) {
   unsigned long long l_nLength = m_nRowCount.PackValue(l_pBuffer);
   l_nLength += m_anRowPositions.PackValue(l_pBuffer + l_nLength);
   l_nLength += m_anRowTypes.PackValue(l_pBuffer + l_nLength);
-
-  unsigned int l_nResult = p_pcCommunicator->SendValue(&l_nLength, sizeof(l_nLength));
-  if (l_nResult != 1) return l_nResult;
-  return p_pcCommunicator->SendValue(l_pBuffer, static_cast<unsigned int>(l_nLength));
+  return p_pcCommunicator->SendBlock(l_pBuffer, l_nLength);
 }
 
 unsigned int ResultMatrixInfo::ReceiveValue(SteeringBase* p_pcCommunicator) {
   CHECK_POINTER(p_pcCommunicator, return FAILURE);
+  return p_pcCommunicator->ReceiveBlock([this](const char* p_pBlock, unsigned long long p_nSize) {
+    return UnPackValue(p_pBlock, p_nSize);
+  });
+}
 
-  unsigned long long l_nLength = 0;
-  unsigned int l_nResult = p_pcCommunicator->ReceiveValue(&l_nLength, sizeof(l_nLength));
-  if (l_nResult != 1) return l_nResult;
-
-  // The length comes from the peer: one that no frame can carry is refused
-  // as an allocation failure.
-  char* l_pBuffer = NULL;
-  TRY_ALLOC(l_pBuffer = NewBlock(l_nLength > MAX_FRAME_SIZE ? ~0ull : l_nLength),
-            return FAILURE);
-  std::unique_ptr<char[]> l_cOwner(l_pBuffer);
-  l_nResult = p_pcCommunicator->ReceiveValue(l_pBuffer, static_cast<unsigned int>(l_nLength));
-  if (l_nResult != 1) return l_nResult;
-
-  // Unpack into fresh attributes within the received bytes; the object
-  // changes only when the whole description was read.
+// Unpacks into fresh attributes; the object changes only when the whole
+// description was read.
+bool ResultMatrixInfo::UnPackValue(const char* p_pBlock, unsigned long long p_nSize) {
   AttributeUint l_nRowCount(wxT(""), 0);
   AttributeVectorInt l_anRowPositions(wxT(""));
   AttributeVectorInt l_anRowTypes(wxT(""));
-  {
-    coding::UnpackBounds l_cBounds(l_pBuffer, l_nLength);
-    const char* l_pPosition = l_pBuffer;
-    Attribute* const l_apcParts[] = {&l_nRowCount, &l_anRowPositions, &l_anRowTypes};
-    for (Attribute* l_pcPart : l_apcParts) {
-      const unsigned int l_nUsed = l_pcPart->UnPackValue(l_pPosition);
-      if (l_cBounds.Overrun() || l_nUsed > l_cBounds.Remaining(l_pPosition))
-        return FAILURE;
-      l_pPosition += l_nUsed;
-    }
+  unsigned long long l_nOffset = 0;
+  Attribute* const l_apcParts[] = {&l_nRowCount, &l_anRowPositions, &l_anRowTypes};
+  for (Attribute* l_pcPart : l_apcParts) {
+    const unsigned int l_nUsed = l_pcPart->UnPackValue(p_pBlock + l_nOffset);
+    if (coding::UnpackRefused() || l_nUsed > p_nSize - l_nOffset) return false;
+    l_nOffset += l_nUsed;
   }
   m_nRowCount.SetValue(l_nRowCount.GetValue());
   m_anRowPositions.GetValue().swap(l_anRowPositions.GetValue());
   m_anRowTypes.GetValue().swap(l_anRowTypes.GetValue());
-  return 1;
+  return true;
 }
 
 }  // namespace quor

@@ -4,6 +4,8 @@
 #include <memory>
 
 #include "quor/attributeVector.h"
+#include "quor/attributeVectorAttribute.h"
+#include "quor/keys.h"
 #include "quor/steeringBase.h"
 
 namespace quor {
@@ -28,12 +30,12 @@ struct SettingFields {
   AttributeDouble* m_pcMaxValue = NULL;
 
   bool Find(AttributeStruct* p_pcRecord) {
-    m_pcName = p_pcRecord->GetField(wxT("NAME"));
-    m_pcCaption = p_pcRecord->GetField(wxT("CAPTION"));
-    m_pcValue = p_pcRecord->GetField(wxT("VALUE"));
-    m_pcGuiType = dynamic_cast<AttributeUint*>(p_pcRecord->GetField(wxT("GUI_TYPE")));
-    m_pcMinValue = dynamic_cast<AttributeDouble*>(p_pcRecord->GetField(wxT("MIN_VALUE")));
-    m_pcMaxValue = dynamic_cast<AttributeDouble*>(p_pcRecord->GetField(wxT("MAX_VALUE")));
+    m_pcName = p_pcRecord->GetField(keys::SETTING_NAME);
+    m_pcCaption = p_pcRecord->GetField(keys::SETTING_CAPTION);
+    m_pcValue = p_pcRecord->GetField(keys::SETTING_VALUE);
+    m_pcGuiType = dynamic_cast<AttributeUint*>(p_pcRecord->GetField(keys::SETTING_GUI_TYPE));
+    m_pcMinValue = dynamic_cast<AttributeDouble*>(p_pcRecord->GetField(keys::SETTING_MIN_VALUE));
+    m_pcMaxValue = dynamic_cast<AttributeDouble*>(p_pcRecord->GetField(keys::SETTING_MAX_VALUE));
     return m_pcName && m_pcCaption && m_pcValue && m_pcGuiType && m_pcMinValue &&
            m_pcMaxValue;
   }
@@ -62,21 +64,21 @@ bool FindEntry(const std::vector<AttributeStruct*>& p_apcList, const unsigned in
 // The list of possible values of a record, or NULL.
 AttributeVectorString* PossibleValues(AttributeStruct* p_pcRecord) {
   if (p_pcRecord == NULL) return NULL;
-  return dynamic_cast<AttributeVectorString*>(p_pcRecord->GetField(wxT("POSSIBLE_VALUES")));
+  return dynamic_cast<AttributeVectorString*>(p_pcRecord->GetField(keys::SETTING_POSSIBLE_VALUES));
 }
 
 }  // namespace
 
 SimulatorAttribute::SimulatorAttribute()
-    : m_pcProtoType(new AttributeStruct(wxT("PROTOTYPE"))) {
+    : m_pcProtoType(new AttributeStruct(keys::SETTING_PROTOTYPE)) {
   // Entries are packed and sent in the key order of these names.
-  m_pcProtoType->AddField(new Attribute(wxT("NAME"), wxT("")));
-  m_pcProtoType->AddField(new Attribute(wxT("CAPTION"), wxT("")));
-  m_pcProtoType->AddField(new Attribute(wxT("VALUE"), wxT("")));
-  m_pcProtoType->AddField(new AttributeUint(wxT("GUI_TYPE"), 0));
-  m_pcProtoType->AddField(new AttributeDouble(wxT("MIN_VALUE"), 0.0));
-  m_pcProtoType->AddField(new AttributeDouble(wxT("MAX_VALUE"), 0.0));
-  m_pcProtoType->AddField(new AttributeVectorString(wxT("POSSIBLE_VALUES")));
+  m_pcProtoType->AddField(new Attribute(keys::SETTING_NAME, wxT("")));
+  m_pcProtoType->AddField(new Attribute(keys::SETTING_CAPTION, wxT("")));
+  m_pcProtoType->AddField(new Attribute(keys::SETTING_VALUE, wxT("")));
+  m_pcProtoType->AddField(new AttributeUint(keys::SETTING_GUI_TYPE, 0));
+  m_pcProtoType->AddField(new AttributeDouble(keys::SETTING_MIN_VALUE, 0.0));
+  m_pcProtoType->AddField(new AttributeDouble(keys::SETTING_MAX_VALUE, 0.0));
+  m_pcProtoType->AddField(new AttributeVectorString(keys::SETTING_POSSIBLE_VALUES));
 }
 
 SimulatorAttribute::~SimulatorAttribute() {
@@ -151,14 +153,19 @@ unsigned int SimulatorAttribute::ReceiveAttributes(SteeringBase* p_pcCommunicato
   unsigned int l_nResult = p_pcCommunicator->ReceiveValue(&l_nCount, sizeof(l_nCount));
   if (l_nResult != 1) return l_nResult;
   // The count comes from the peer: the list grows one received entry at a
-  // time and is never sized by the count alone.
+  // time and is never sized by the count alone; more entries than the value
+  // limit can hold are refused before the first.
+  TRY_ALLOC(p_pcCommunicator->RequireAffordable(
+                coding::Product(l_nCount, ClonedMemory(m_pcProtoType))),
+            return FAILURE);
   for (unsigned int l_n = 0; l_n < l_nCount; ++l_n) {
-    std::unique_ptr<Attribute> l_pcCopy(m_pcProtoType->Clone());
+    std::unique_ptr<Attribute> l_pcCopy;
+    TRY_ALLOC(l_pcCopy.reset(m_pcProtoType->Clone()), return FAILURE);
     AttributeStruct* l_pcEntry = dynamic_cast<AttributeStruct*>(l_pcCopy.get());
     CHECK_POINTER(l_pcEntry, return FAILURE);
     l_nResult = l_pcEntry->ReceiveValue(p_pcCommunicator);
     if (l_nResult != 1) return l_nResult;
-    m_apcSimulatorAttributes.push_back(l_pcEntry);
+    TRY_ALLOC(m_apcSimulatorAttributes.push_back(l_pcEntry), return FAILURE);
     l_pcCopy.release();
   }
   return 1;

@@ -14,6 +14,7 @@
 #include "simcore/builtinModels.h"
 #include "simcore/pnmlLoader.h"
 #include "simcore/simulator.h"
+#include "sim_test_util.h"
 
 using namespace quor::sim;
 
@@ -239,7 +240,15 @@ TEST(PnmlLoader, RejectsOtherNetTypes) {
   ExpectRejected(Document("", "http://www.pnml.org/version-2009/grammar/highlevelnet"),
                  "only place/transition nets");
   ExpectRejected(Document("", "http://www.pnml.org/version-2009/grammar/highlevelnet"),
-                 "highlevelnet");
+                 "net 'n' is a high-level net (type "
+                 "'http://www.pnml.org/version-2009/grammar/highlevelnet')");
+  ExpectRejected(Document("", "http://www.pnml.org/version-2009/grammar/symmetricnet"),
+                 "net 'n' is a symmetric net (type "
+                 "'http://www.pnml.org/version-2009/grammar/symmetricnet')");
+  ExpectRejected(Document("", "http://www.pnml.org/version-2009/grammar/pt-hlpng"),
+                 "net 'n' is a place/transition net in high-level notation");
+  ExpectRejected(Document("", "Coloured Petri Net"), "net 'n' is a coloured net");
+  ExpectRejected(Document("", "urn:workflow"), "net 'n' is a net of another type (type 'urn:workflow')");
   // Older grammar versions of place/transition nets are fine.
   EXPECT_TRUE(LoadPnmlText(Document("", "http://www.informatik.hu-berlin.de/top/pntd/ptNetb"),
                            "old.pnml"));
@@ -299,7 +308,7 @@ TEST(PnmlLoader, RejectsBadRatesAndParameters) {
                  "transition 't2' has the rate 'fast', which is not a number");
   ExpectRejected(SmallNet("", "<transition id=\"t2\">" + l_sTool +
                                   "<rate value=\"1\" parameter=\"k\"/></toolspecific></transition>\n"),
-                 "exactly one of the attributes value and parameter");
+                 "exactly one of the attributes value, parameter and function");
   ExpectRejected(SmallNet("", "<transition id=\"t2\">" + l_sTool +
                                   "<rate value=\"1\"/><rate value=\"2\"/></toolspecific></transition>\n"),
                  "more than one <rate>");
@@ -378,4 +387,213 @@ TEST(PnmlLoader, TheDocumentedExampleLoadsAndBehaves) {
   ASSERT_TRUE(l_pSimulator);
   ASSERT_EQ(l_pSimulator->AdvanceTo(300.0), AdvanceStatus::Reached);
   EXPECT_NEAR(l_pSimulator->Marking()[0], 50.0, 1e-4);
+}
+
+TEST(PnmlLoader, FunctionRatesAreReadAndCheckedWithTheirLine) {
+  const std::string l_sTool = "<toolspecific tool=\"quor\" version=\"1\">";
+  const std::string l_sParameters = l_sTool +
+                                    "<parameter name=\"Vmax\" value=\"2\"/>"
+                                    "<parameter name=\"Km\" value=\"0.5\"/></toolspecific>\n";
+  auto l_fNet = [&](const std::string& p_sRate) {
+    return Document(l_sParameters +
+                    "<page id=\"g\">\n"
+                    "<place id=\"S\"><initialMarking><text>3</text></initialMarking></place>\n"
+                    "<place id=\"P\"/>\n"
+                    "<transition id=\"conversion\">" + l_sTool + p_sRate +
+                    "</toolspecific></transition>\n"
+                    "<arc id=\"a1\" source=\"S\" target=\"conversion\"/>\n"
+                    "<arc id=\"a2\" source=\"conversion\" target=\"P\"/>\n"
+                    "</page>\n");
+  };
+  PnmlLoadResult l_cResult =
+      LoadPnmlText(l_fNet("<rate function=\"mm(S, Vmax, Km)\"/>"), "mm.pnml");
+  ASSERT_TRUE(l_cResult) << l_cResult.error;
+  EXPECT_EQ(l_cResult.net.transitions[0].rateKind, RateKind::Function);
+  EXPECT_EQ(l_cResult.net.transitions[0].function, "mm(S, Vmax, Km)");
+  std::unique_ptr<Simulator> l_pSimulator = CreateSimulator("continuous", l_cResult.net);
+  ASSERT_TRUE(l_pSimulator);
+  EXPECT_DOUBLE_EQ(l_pSimulator->Rates()[0], 2.0 * 3.0 / 3.5);
+  // A number or a parameter name alone is mass action, as in a model.
+  l_cResult = LoadPnmlText(l_fNet("<rate function=\" Km \"/>"), "k.pnml");
+  ASSERT_TRUE(l_cResult) << l_cResult.error;
+  EXPECT_EQ(l_cResult.net.transitions[0].rateKind, RateKind::Parameter);
+  EXPECT_EQ(l_cResult.net.transitions[0].parameterName, "Km");
+  l_cResult = LoadPnmlText(l_fNet("<rate function=\"2.5\"/>"), "c.pnml");
+  ASSERT_TRUE(l_cResult) << l_cResult.error;
+  EXPECT_EQ(l_cResult.net.transitions[0].rateKind, RateKind::Constant);
+  EXPECT_EQ(l_cResult.net.transitions[0].rateValue, 2.5);
+  // Bad functions: the line of the transition and the reason.
+  ExpectRejected(l_fNet("<rate function=\"Vmax * Glucose\"/>"),
+                 "line 8: transition 'conversion': unknown name 'Glucose' in the rate function "
+                 "'Vmax * Glucose'");
+  ExpectRejected(l_fNet("<rate function=\"Vmax * (S\"/>"), "line 8: transition 'conversion': ");
+  ExpectRejected(l_fNet("<rate function=\"Vmax / P\"/>"),
+                 "line 8: transition 'conversion': the rate function 'Vmax / P' gives inf in the "
+                 "initial state");
+  ExpectRejected(l_fNet("<rate function=\"Vmax\" value=\"1\"/>"),
+                 "exactly one of the attributes value, parameter and function");
+}
+
+namespace {
+
+// A net as PIPE writes it: type "P/T net", labels as <value> with the
+// token class, graphics everywhere, PIPE's own transition attributes.
+std::string PipeNet(const std::string& p_sArcType) {
+  return "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><pnml>\n"
+         "<net id=\"Net-One\" type=\"P/T net\">\n"
+         "<token id=\"Default\" enabled=\"true\" red=\"0\" green=\"0\" blue=\"0\"/>\n"
+         "<place id=\"P0\">\n"
+         "<graphics><position x=\"135.0\" y=\"105.0\"/></graphics>\n"
+         "<name><value>Waiting</value><graphics><offset x=\"0.0\" y=\"0.0\"/></graphics></name>\n"
+         "<initialMarking><value>Default,4</value><graphics><offset x=\"0.0\" y=\"0.0\"/></graphics></initialMarking>\n"
+         "<capacity><value>0</value></capacity>\n"
+         "</place>\n"
+         "<place id=\"P1\">\n"
+         "<graphics><position x=\"335.0\" y=\"105.0\"/></graphics>\n"
+         "<name><value>P1</value></name>\n"
+         "<initialMarking><value>Default,0</value></initialMarking>\n"
+         "</place>\n"
+         "<transition id=\"T0\">\n"
+         "<graphics><position x=\"240.0\" y=\"105.0\"/></graphics>\n"
+         "<name><value>Serve</value><graphics><offset x=\"-5.0\" y=\"35.0\"/></graphics></name>\n"
+         "<orientation><value>0</value></orientation>\n"
+         "<rate><value>3.0</value></rate>\n"
+         "<timed><value>true</value></timed>\n"
+         "<infiniteServer><value>false</value></infiniteServer>\n"
+         "<priority><value>1</value></priority>\n"
+         "</transition>\n"
+         "<arc id=\"P0 to T0\" source=\"P0\" target=\"T0\">\n"
+         "<graphics/>\n"
+         "<inscription><value>Default,2</value><graphics/></inscription>\n"
+         "<tagged><value>false</value></tagged>\n"
+         "<arcpath id=\"000\" x=\"161\" y=\"116\" curvePoint=\"false\"/>\n"
+         "<arcpath id=\"001\" x=\"246\" y=\"116\" curvePoint=\"false\"/>\n"
+         "<type value=\"" + p_sArcType + "\"/>\n"
+         "</arc>\n"
+         "<arc id=\"T0 to P1\" source=\"T0\" target=\"P1\">\n"
+         "<inscription><value>Default,1</value></inscription>\n"
+         "<type value=\"normal\"/>\n"
+         "</arc>\n"
+         "</net>\n</pnml>\n";
+}
+
+}  // namespace
+
+TEST(PnmlLoader, ReadsNetsAsPipeWritesThem) {
+  PnmlLoadResult l_cResult = LoadPnmlText(PipeNet("normal"), "pipe.xml");
+  ASSERT_TRUE(l_cResult) << l_cResult.error;
+  const Net& l_rNet = l_cResult.net;
+  ASSERT_EQ(l_rNet.places.size(), 2u);
+  EXPECT_EQ(l_rNet.places[0].name, "Waiting");
+  EXPECT_EQ(l_rNet.places[0].initialMarking, 4.0);
+  EXPECT_EQ(l_rNet.places[1].initialMarking, 0.0);
+  ASSERT_EQ(l_rNet.transitions.size(), 1u);
+  EXPECT_EQ(l_rNet.transitions[0].name, "Serve");
+  // PIPE's own rate is its tool's data: our default (mass action, 1).
+  EXPECT_EQ(l_rNet.transitions[0].rateKind, RateKind::Constant);
+  EXPECT_EQ(l_rNet.transitions[0].rateValue, 1.0);
+  ASSERT_EQ(l_rNet.arcs.size(), 2u);
+  EXPECT_EQ(l_rNet.arcs[0].weight, 2.0);
+  EXPECT_TRUE(l_rNet.arcs[0].input);
+  EXPECT_EQ(l_rNet.arcs[1].weight, 1.0);
+  std::unique_ptr<Simulator> l_pSimulator = CreateSimulator("stochastic", l_rNet);
+  ASSERT_TRUE(l_pSimulator);
+  ASSERT_EQ(l_pSimulator->AdvanceTo(1000.0), AdvanceStatus::Reached);
+  EXPECT_EQ(l_pSimulator->Marking(), (std::vector<double>{0.0, 2.0}));
+
+  // What a P/T net cannot express is refused, never dropped.
+  ExpectRejected(PipeNet("inhibitor"),
+                 "arc 'P0 to T0' is of the type 'inhibitor'; only standard arcs are supported");
+  std::string l_sBounded = PipeNet("normal");
+  l_sBounded.replace(l_sBounded.find("<capacity><value>0"), 18, "<capacity><value>3");
+  ExpectRejected(l_sBounded, "place 'P0' has the capacity 3, which the engine cannot honour");
+  std::string l_sColoured = PipeNet("normal");
+  l_sColoured.replace(l_sColoured.find("Default,4"), 9, "Default,4,Red,2");
+  ExpectRejected(l_sColoured, "tokens of several classes (a coloured net)");
+}
+
+TEST(PnmlLoader, ReadsExchangeFilesWithPagesReferencesGraphicsAndOtherTools) {
+  // The shape of exchange collections and most editors: the PNML namespace
+  // as default, a name and graphics on everything, tool data of others,
+  // pages within pages, reference nodes across pages (and to references).
+  const std::string l_sText =
+      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+      "<!-- written by some editor -->\n"
+      "<pnml xmlns=\"http://www.pnml.org/version-2009/grammar/pnml\">\n"
+      "  <net id=\"Philosophers-2\" type=\"http://www.pnml.org/version-2009/grammar/ptnet\">\n"
+      "    <name><text>Dining philosophers</text></name>\n"
+      "    <toolspecific tool=\"Tina\" version=\"3.7\"><layout auto=\"yes\"/></toolspecific>\n"
+      "    <page id=\"top\">\n"
+      "      <name><text>Top</text><graphics><offset x=\"0\" y=\"0\"/></graphics></name>\n"
+      "      <place id=\"fork1\">\n"
+      "        <name><text>Fork 1</text><graphics><offset x=\"0\" y=\"-10\"/></graphics></name>\n"
+      "        <graphics><position x=\"10\" y=\"20\"/><dimension x=\"20\" y=\"20\"/>"
+      "<fill color=\"white\"/><line color=\"black\" width=\"1\" shape=\"line\"/></graphics>\n"
+      "        <initialMarking><text> 1 </text><graphics><offset x=\"0\" y=\"0\"/></graphics>"
+      "</initialMarking>\n"
+      "        <toolspecific tool=\"GreatSPN\" version=\"3\"><tag>x</tag></toolspecific>\n"
+      "      </place>\n"
+      "      <place id=\"fork2\"><name><text>Fork 2</text></name>"
+      "<initialMarking><text>1</text></initialMarking></place>\n"
+      "      <page id=\"philosopher1\">\n"
+      "        <place id=\"think1\"><initialMarking><text>1</text></initialMarking></place>\n"
+      "        <place id=\"eat1\"/>\n"
+      "        <referencePlace id=\"f1a\" ref=\"fork1\"/>\n"
+      "        <referencePlace id=\"f1b\" ref=\"f1a\"/>\n"
+      "        <referencePlace id=\"f2a\" ref=\"fork2\"/>\n"
+      "        <transition id=\"take1\"><graphics><position x=\"1\" y=\"1\"/></graphics></transition>\n"
+      "        <transition id=\"put1\"/>\n"
+      "        <arc id=\"a1\" source=\"think1\" target=\"take1\">"
+      "<graphics><position x=\"5\" y=\"5\"/></graphics>"
+      "<inscription><text>1</text><graphics><offset x=\"1\" y=\"1\"/></graphics></inscription></arc>\n"
+      "        <arc id=\"a2\" source=\"f1b\" target=\"take1\"/>\n"
+      "        <arc id=\"a3\" source=\"f2a\" target=\"take1\"/>\n"
+      "        <arc id=\"a4\" source=\"take1\" target=\"eat1\"/>\n"
+      "        <arc id=\"a5\" source=\"eat1\" target=\"put1\"/>\n"
+      "        <arc id=\"a6\" source=\"put1\" target=\"think1\"/>\n"
+      "        <arc id=\"a7\" source=\"put1\" target=\"f1a\"/>\n"
+      "        <arc id=\"a8\" source=\"put1\" target=\"fork2\"/>\n"
+      "      </page>\n"
+      "      <page id=\"philosopher2\">\n"
+      "        <page id=\"deeper\">\n"
+      "          <place id=\"think2\"><initialMarking><text>1</text></initialMarking></place>\n"
+      "          <place id=\"eat2\"/>\n"
+      "          <referenceTransition id=\"rtake2\" ref=\"take2\"/>\n"
+      "        </page>\n"
+      "        <transition id=\"take2\"/>\n"
+      "        <transition id=\"put2\"/>\n"
+      "        <arc id=\"b1\" source=\"think2\" target=\"rtake2\"/>\n"
+      "        <arc id=\"b2\" source=\"fork1\" target=\"take2\"/>\n"
+      "        <arc id=\"b3\" source=\"fork2\" target=\"take2\"/>\n"
+      "        <arc id=\"b4\" source=\"take2\" target=\"eat2\"/>\n"
+      "        <arc id=\"b5\" source=\"eat2\" target=\"put2\"/>\n"
+      "        <arc id=\"b6\" source=\"put2\" target=\"think2\"/>\n"
+      "        <arc id=\"b7\" source=\"put2\" target=\"fork1\"/>\n"
+      "        <arc id=\"b8\" source=\"put2\" target=\"fork2\"/>\n"
+      "      </page>\n"
+      "    </page>\n"
+      "  </net>\n"
+      "</pnml>\n";
+  PnmlLoadResult l_cResult = LoadPnmlText(l_sText, "philosophers.pnml");
+  ASSERT_TRUE(l_cResult) << l_cResult.error;
+  const Net& l_rNet = l_cResult.net;
+  EXPECT_EQ(l_rNet.name, "Dining philosophers");
+  ASSERT_EQ(l_rNet.places.size(), 6u);
+  EXPECT_EQ(l_rNet.places[0].name, "Fork 1");
+  EXPECT_EQ(l_rNet.places[0].initialMarking, 1.0);
+  EXPECT_EQ(l_rNet.places[4].id, "think2");
+  ASSERT_EQ(l_rNet.transitions.size(), 4u);
+  ASSERT_EQ(l_rNet.arcs.size(), 16u);
+  // The references joined the nodes they stand for.
+  EXPECT_EQ(l_rNet.arcs[1].place, 0u);       // f1b -> f1a -> fork1
+  EXPECT_EQ(l_rNet.arcs[8].transition, 2u);  // rtake2 -> take2
+  // The forks are shared: one philosopher eats at a time, tokens are kept.
+  std::unique_ptr<Simulator> l_pSimulator = CreateSimulator("stochastic", l_rNet);
+  ASSERT_TRUE(l_pSimulator);
+  RunResult l_cRun = RunSimulation(*l_pSimulator, sim_test::Grid(0.0, 50.0, 0.5));
+  ASSERT_EQ(l_cRun.status, RunStatus::Completed) << l_cRun.error;
+  for (std::size_t i = 0; i < l_cRun.times.size(); ++i) {
+    EXPECT_LE(l_cRun.marking[3][i] + l_cRun.marking[5][i], 1.0);                // eat1 + eat2
+    EXPECT_EQ(l_cRun.marking[0][i] + l_cRun.marking[3][i] + l_cRun.marking[5][i], 1.0);  // fork1
+  }
 }

@@ -9,18 +9,12 @@
 #include "simcore/builtinModels.h"
 #include "simcore/simulator.h"
 #include "simcore/ssaSimulator.h"
+#include "sim_test_util.h"
 
 using namespace quor::sim;
+using sim_test::Grid;
 
 namespace {
-
-OutputGrid Grid(double p_dStart, double p_dEnd, double p_dStep) {
-  OutputGrid l_cGrid;
-  l_cGrid.start = p_dStart;
-  l_cGrid.end = p_dEnd;
-  l_cGrid.step = p_dStep;
-  return l_cGrid;
-}
 
 // (nothing) -> A at rate lambda, A -> (nothing) with rate constant mu.
 Net ImmigrationDeathNet(double p_dLambda, double p_dMu) {
@@ -256,18 +250,28 @@ TEST(SsaSimulator, SeedSettingIsValidatedAndUsedAtReset) {
   ASSERT_TRUE(l_pSimulator);
   EXPECT_EQ(l_pSimulator->Kind(), "stochastic");
   std::vector<SettingInfo> l_acSettings = l_pSimulator->Settings();
-  ASSERT_EQ(l_acSettings.size(), 1u);
+  ASSERT_EQ(l_acSettings.size(), 2u);
   EXPECT_EQ(l_acSettings[0].name, "Seed");
   EXPECT_EQ(l_acSettings[0].value, "1");
   EXPECT_EQ(l_acSettings[0].guiType, GUI_TYPE_INTEGER);
+  EXPECT_EQ(l_acSettings[1].name, "Runs");
+  EXPECT_EQ(l_acSettings[1].value, "1");
+  EXPECT_EQ(l_acSettings[1].guiType, GUI_TYPE_INTEGER);
+  EXPECT_EQ(l_acSettings[1].min, 1.0);
+  EXPECT_EQ(l_acSettings[1].max, static_cast<double>(SsaSimulator::kMaxRuns));
   std::string l_sError;
   EXPECT_FALSE(l_pSimulator->ApplySetting("Seed", "abc", &l_sError));
   EXPECT_NE(l_sError.find("Seed: 'abc'"), std::string::npos) << l_sError;
   EXPECT_FALSE(l_pSimulator->ApplySetting("Seed", "-1", &l_sError));
   EXPECT_FALSE(l_pSimulator->ApplySetting("Seed", "1.5", &l_sError));
   EXPECT_FALSE(l_pSimulator->ApplySetting("Seed", "18446744073709551616", &l_sError));
-  EXPECT_FALSE(l_pSimulator->ApplySetting("Runs", "3", &l_sError));
-  EXPECT_NE(l_sError.find("no setting 'Runs'"), std::string::npos) << l_sError;
+  EXPECT_FALSE(l_pSimulator->ApplySetting("Repeats", "3", &l_sError));
+  EXPECT_NE(l_sError.find("no setting 'Repeats'"), std::string::npos) << l_sError;
+  EXPECT_FALSE(l_pSimulator->ApplySetting("Runs", "0", &l_sError));
+  EXPECT_NE(l_sError.find("Runs: '0'"), std::string::npos) << l_sError;
+  EXPECT_FALSE(l_pSimulator->ApplySetting("Runs", "2.5", &l_sError));
+  EXPECT_FALSE(l_pSimulator->ApplySetting("Runs", "100001", &l_sError));
+  EXPECT_EQ(l_pSimulator->Settings()[1].value, "1");
   EXPECT_EQ(l_pSimulator->Settings()[0].value, "1");
   ASSERT_TRUE(l_pSimulator->ApplySetting("Seed", "18446744073709551615", &l_sError)) << l_sError;
   EXPECT_EQ(l_pSimulator->Settings()[0].value, "18446744073709551615");
@@ -277,4 +281,166 @@ TEST(SsaSimulator, SeedSettingIsValidatedAndUsedAtReset) {
   SsaSimulator l_cReference(l_cNet, 123);
   RunResult l_cB = RunSimulation(l_cReference, l_cNet.grid);
   EXPECT_EQ(l_cA.marking, l_cB.marking);
+}
+
+TEST(SsaSimulator, ManyCompetingTransitionsAreChosenInProportionToTheirPropensities) {
+  // 64 000 tokens leave A through 100 transitions with rate constants 1 to
+  // 100: place B_i ends with a multinomial count of mean N c_i / sum c.
+  Net l_cNet;
+  const double l_dTokens = 64000.0;
+  l_cNet.AddPlace("A", l_dTokens);
+  const int l_nTransitions = 100;
+  for (int i = 0; i < l_nTransitions; ++i) {
+    l_cNet.AddPlace("B" + std::to_string(i), 0.0);
+    l_cNet.AddTransition("t" + std::to_string(i), i + 1.0);
+    l_cNet.AddInputArc("A", "t" + std::to_string(i));
+    l_cNet.AddOutputArc("t" + std::to_string(i), "B" + std::to_string(i));
+  }
+  SsaSimulator l_cSimulator(l_cNet, 11);
+  ASSERT_EQ(l_cSimulator.AdvanceTo(1.0), AdvanceStatus::Reached);
+  EXPECT_EQ(l_cSimulator.Marking()[0], 0.0);
+  EXPECT_EQ(l_cSimulator.Events(), 64000u);
+  const double l_dSum = l_nTransitions * (l_nTransitions + 1) / 2.0;
+  double l_dChiSquare = 0.0;
+  for (int i = 0; i < l_nTransitions; ++i) {
+    const double p = (i + 1.0) / l_dSum;
+    const double l_dExpected = l_dTokens * p;
+    const double l_dCount = l_cSimulator.Marking()[1 + i];
+    EXPECT_NEAR(l_dCount, l_dExpected, 5.0 * std::sqrt(l_dTokens * p * (1.0 - p))) << "t" << i;
+    l_dChiSquare += (l_dCount - l_dExpected) * (l_dCount - l_dExpected) / l_dExpected;
+  }
+  // 99 degrees of freedom: mean 99, standard deviation 14.
+  EXPECT_LT(l_dChiSquare, 99.0 + 5.0 * 14.1);
+}
+
+TEST(SsaSimulator, AFiringUpdatesExactlyTheTransitionsThatReadWhatItChanged) {
+  // source -> X; X -> Y; Y + Z -> Z (Z only read). A Y stuck in the tree
+  // with a stale propensity would show as Y not draining once X is empty.
+  Net l_cNet;
+  l_cNet.AddPlace("X", 0.0);
+  l_cNet.AddPlace("Y", 0.0);
+  l_cNet.AddPlace("Z", 5.0);
+  l_cNet.AddParameter("inflow", 50.0);
+  l_cNet.AddParameterTransition("source", "inflow");
+  l_cNet.AddOutputArc("source", "X");
+  l_cNet.AddTransition("move", 1.0);
+  l_cNet.AddInputArc("X", "move");
+  l_cNet.AddOutputArc("move", "Y");
+  l_cNet.AddTransition("drain", 0.2);
+  l_cNet.AddInputArc("Y", "drain");
+  l_cNet.AddInputArc("Z", "drain");
+  l_cNet.AddOutputArc("drain", "Z");
+  SsaSimulator l_cSimulator(l_cNet, 3);
+  ASSERT_EQ(l_cSimulator.AdvanceTo(5.0), AdvanceStatus::Reached);
+  EXPECT_GT(l_cSimulator.Marking()[0] + l_cSimulator.Marking()[1], 10.0);
+  // Rates at every point equal the propensities of the marking shown.
+  const std::vector<double> l_adRates = l_cSimulator.Rates();
+  const std::vector<double>& x = l_cSimulator.Marking();
+  EXPECT_EQ(l_adRates[0], 50.0);
+  EXPECT_EQ(l_adRates[1], x[0]);
+  EXPECT_DOUBLE_EQ(l_adRates[2], 0.2 * x[1] * x[2]);
+  ASSERT_TRUE(l_cSimulator.SetParameter(0, 0.0));
+  EXPECT_EQ(l_cSimulator.Rates()[0], 0.0);
+  ASSERT_EQ(l_cSimulator.AdvanceTo(100.0), AdvanceStatus::Reached);
+  EXPECT_EQ(l_cSimulator.Marking()[0], 0.0);
+  EXPECT_EQ(l_cSimulator.Marking()[1], 0.0);
+  EXPECT_EQ(l_cSimulator.Marking()[2], 5.0);
+  EXPECT_EQ(l_cSimulator.Rates(), (std::vector<double>{0.0, 0.0, 0.0}));
+}
+
+TEST(SsaEnsemble, MeanOfADecayNetMatchesItsExpectation) {
+  // A -> (nothing), k = 1, A(0) = 100: A(1) is binomial(100, e^-1).
+  const double l_dA0 = 100.0, l_dK = 1.0;
+  const unsigned l_nRuns = 400;
+  std::unique_ptr<Simulator> l_pSimulator = CreateSimulator("stochastic", DecayNet(l_dA0, l_dK));
+  ASSERT_TRUE(l_pSimulator);
+  ASSERT_TRUE(l_pSimulator->ApplySetting("Runs", std::to_string(l_nRuns)));
+  ASSERT_TRUE(l_pSimulator->ApplySetting("Seed", "2024"));
+  l_pSimulator->Reset();
+  RunResult l_cResult = RunSimulation(*l_pSimulator, Grid(0.0, 1.0, 0.25));
+  ASSERT_EQ(l_cResult.status, RunStatus::Completed) << l_cResult.error;
+  EXPECT_EQ(l_cResult.marking[0][0], l_dA0);
+  for (std::size_t i = 0; i < l_cResult.times.size(); ++i) {
+    const double p = std::exp(-l_dK * l_cResult.times[i]);
+    const double l_dStandardError = std::sqrt(l_dA0 * p * (1.0 - p) / l_nRuns);
+    EXPECT_NEAR(l_cResult.marking[0][i], l_dA0 * p, 5.0 * l_dStandardError + 1e-12)
+        << "t = " << l_cResult.times[i];
+    // The mean of 400 whole numbers: a multiple of 1/400.
+    EXPECT_DOUBLE_EQ(l_cResult.marking[0][i] * l_nRuns, std::round(l_cResult.marking[0][i] * l_nRuns));
+    // The rate is the mean propensity, k times the mean marking.
+    EXPECT_DOUBLE_EQ(l_cResult.rates[0][i], l_dK * l_cResult.marking[0][i]);
+  }
+  // Not every run did the same.
+  EXPECT_NE(l_cResult.marking[0].back(), std::round(l_cResult.marking[0].back()));
+  EXPECT_EQ(l_pSimulator->Summary(), "400 runs");
+  // Reproducible for the seed, different for another.
+  l_pSimulator->Reset();
+  EXPECT_EQ(RunSimulation(*l_pSimulator, Grid(0.0, 1.0, 0.25)).marking, l_cResult.marking);
+  ASSERT_TRUE(l_pSimulator->ApplySetting("Seed", "2025"));
+  l_pSimulator->Reset();
+  EXPECT_NE(RunSimulation(*l_pSimulator, Grid(0.0, 1.0, 0.25)).marking, l_cResult.marking);
+}
+
+TEST(SsaEnsemble, OneRunIsTheSingleRunOfTheSeed) {
+  Net l_cNet = SirNet();
+  SsaSimulator l_cSingle(l_cNet, 77);
+  SsaSimulator l_cEnsemble(l_cNet, 77);
+  ASSERT_TRUE(l_cEnsemble.ApplySetting("Runs", "3"));
+  ASSERT_TRUE(l_cEnsemble.ApplySetting("Runs", "1"));
+  l_cEnsemble.Reset();
+  EXPECT_EQ(l_cEnsemble.Runs(), 1u);
+  EXPECT_EQ(l_cEnsemble.Summary(), "");
+  EXPECT_EQ(RunSimulation(l_cSingle, l_cNet.grid).marking,
+            RunSimulation(l_cEnsemble, l_cNet.grid).marking);
+  // The Runs setting waits for the next Reset.
+  ASSERT_TRUE(l_cEnsemble.ApplySetting("Runs", "5"));
+  EXPECT_EQ(l_cEnsemble.Runs(), 1u);
+  l_cEnsemble.Reset();
+  EXPECT_EQ(l_cEnsemble.Runs(), 5u);
+  EXPECT_EQ(l_cEnsemble.Summary(), "5 runs");
+}
+
+TEST(SsaEnsemble, SteeringChangesApplyToEveryRunFromThatPointOn) {
+  Net l_cNet = ImmigrationDeathNet(10.0, 1.0);
+  SsaSimulator l_cSimulator(l_cNet, 9);
+  ASSERT_TRUE(l_cSimulator.ApplySetting("Runs", "200"));
+  l_cSimulator.Reset();
+  std::vector<double> l_adAfterChange;
+  RunResult l_cResult =
+      RunSimulation(l_cSimulator, Grid(0.0, 6.0, 1.0), [&](std::size_t, double t, Simulator& s) {
+        if (t == 2.0) {
+          // Every run now holds 50 tokens, and nothing comes in any more.
+          EXPECT_TRUE(s.SetMarking(0, 50.0));
+          EXPECT_TRUE(s.SetParameter(0, 0.0));
+          l_adAfterChange = s.Marking();
+        }
+        if (t == 4.0) {
+          // Nothing leaves either: the mean stays as it is from here on.
+          EXPECT_TRUE(s.SetParameter(1, 0.0));
+        }
+        return true;
+      });
+  ASSERT_EQ(l_cResult.status, RunStatus::Completed) << l_cResult.error;
+  // At t = 2 the point was recorded before the change (mean near 10 (1 - e^-2)).
+  EXPECT_NEAR(l_cResult.marking[0][2], 10.0 * (1.0 - std::exp(-2.0)), 1.5);
+  ASSERT_EQ(l_adAfterChange.size(), 1u);
+  EXPECT_EQ(l_adAfterChange[0], 50.0);
+  // Pure death from 50 at t = 2: mean 50 e^{-(t - 2)} at t = 3 and 4.
+  for (std::size_t i = 3; i <= 4; ++i) {
+    const double p = std::exp(-(static_cast<double>(i) - 2.0));
+    EXPECT_NEAR(l_cResult.marking[0][i], 50.0 * p, 5.0 * std::sqrt(50.0 * p * (1.0 - p) / 200.0))
+        << "t = " << i;
+  }
+  EXPECT_EQ(l_cResult.marking[0][5], l_cResult.marking[0][4]);
+  EXPECT_EQ(l_cResult.marking[0][6], l_cResult.marking[0][4]);
+}
+
+TEST(SsaEnsemble, RunsThatWouldNotFitInMemoryAreRefused) {
+  Net l_cNet;
+  for (int i = 0; i < 20000; ++i) l_cNet.AddPlace("P" + std::to_string(i), 1.0);
+  SsaSimulator l_cSimulator(l_cNet);
+  std::string l_sError;
+  EXPECT_FALSE(l_cSimulator.ApplySetting("Runs", "100000", &l_sError));
+  EXPECT_NE(l_sError.find("MB"), std::string::npos) << l_sError;
+  EXPECT_TRUE(l_cSimulator.ApplySetting("Runs", "100", &l_sError)) << l_sError;
 }

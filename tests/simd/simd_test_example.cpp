@@ -33,7 +33,7 @@ void ExpectDecay(const std::vector<double>& p_adX, std::size_t p_nFrom, std::siz
 TEST(ExampleRun, AClientStartsSteersPausesResumesAndStopsIt) {
   Child l_cProgram({PROGRAM});
   ASSERT_TRUE(l_cProgram.Started());
-  const unsigned int l_nPort = l_cProgram.WaitForPort("listening on port ");
+  const unsigned int l_nPort = WaitForPort(l_cProgram, "listening on port ");
   ASSERT_NE(l_nPort, 0u) << l_cProgram.Err();
 
   SteeringClient c(wxT("127.0.0.1"), wxString::Format(wxT("%u"), l_nPort));

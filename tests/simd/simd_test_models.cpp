@@ -21,6 +21,7 @@ using namespace quor;
 using namespace quor::simd;
 using simd_test::TempFile;
 using simd_test::Text;
+using simd_test::Matrix;
 
 namespace {
 
@@ -125,19 +126,61 @@ TEST(NetModel, ModelOfANetGivesTheSameNetBack) {
                               simd_test::Reference(l_cNet, "continuous", l_cGrid));
 }
 
-TEST(NetModel, ModelWithAnUnknownRateOrArcTypeIsNoNet) {
+TEST(NetModel, ModelWithABadRateOrArcTypeIsNoNet) {
   std::unique_ptr<Model> l_pcModel(NetToModel(sim::SirNet(), wxT("SIR")));
   l_pcModel->SetAttributeValue(wxT("TRANSITION_FUNCTIONS"),
-                               std::vector<wxString>{wxT("beta*S*I"), wxT("gamma")});
+                               std::vector<wxString>{wxT("beta*S*X"), wxT("gamma")});
   sim::Net l_cNet;
   std::string l_sError;
   EXPECT_FALSE(ModelToNet(*l_pcModel, l_cNet, &l_sError));
-  EXPECT_NE(l_sError.find("beta*S*I"), std::string::npos) << l_sError;
+  EXPECT_NE(l_sError.find("transition 'infection'"), std::string::npos) << l_sError;
+  EXPECT_NE(l_sError.find("unknown name 'X' in the rate function 'beta*S*X'"), std::string::npos)
+      << l_sError;
+  l_pcModel->SetAttributeValue(wxT("TRANSITION_FUNCTIONS"),
+                               std::vector<wxString>{wxT("beta*S*I"), wxT("gamma / (R - R)")});
+  EXPECT_FALSE(ModelToNet(*l_pcModel, l_cNet, &l_sError));
+  EXPECT_NE(l_sError.find("transition 'recovery'"), std::string::npos) << l_sError;
+  EXPECT_NE(l_sError.find("gives inf in the initial state"), std::string::npos) << l_sError;
 
   std::unique_ptr<Model> l_pcInhibited(NetToModel(sim::SirNet(), wxT("SIR")));
   l_pcInhibited->SetTransitionPreConnection(1, 0, CONNECTION_INHIBITOR_ARC, 1.0);
   EXPECT_FALSE(ModelToNet(*l_pcInhibited, l_cNet, &l_sError));
   EXPECT_NE(l_sError.find("not supported"), std::string::npos) << l_sError;
+}
+
+TEST(NetModel, RateFunctionsTravelAsTheirTextBothWays) {
+  // The SIR net with its infection written as a function: the same run.
+  sim::Net l_cFunctions = sim::SirNet();
+  l_cFunctions.SetRate(0, "beta * S * I");
+  l_cFunctions.SetRate(1, "mm(I, 1000 * gamma, 1000)");
+  ASSERT_EQ(l_cFunctions.Validate(), "");
+  std::unique_ptr<Model> l_pcModel(NetToModel(l_cFunctions, wxT("SIR")));
+  EXPECT_EQ(Texts(l_pcModel->GetAttributeValueVectorString(wxT("TRANSITION_FUNCTIONS"))),
+            (std::vector<std::string>{"beta * S * I", "mm(I, 1000 * gamma, 1000)"}));
+  sim::Net l_cNet;
+  std::string l_sError;
+  ASSERT_TRUE(ModelToNet(*l_pcModel, l_cNet, &l_sError)) << l_sError;
+  EXPECT_EQ(l_cNet.transitions[0].rateKind, sim::RateKind::Function);
+  EXPECT_EQ(l_cNet.transitions[0].function, "beta * S * I");
+  EXPECT_EQ(l_cNet.transitions[1].function, "mm(I, 1000 * gamma, 1000)");
+  const sim::OutputGrid l_cGrid = simd_test::Grid(0, 30, 1);
+  const Matrix l_aadFunctions = simd_test::Reference(l_cNet, "continuous", l_cGrid);
+  const Matrix l_aadMassAction = simd_test::Reference(sim::SirNet(), "continuous", l_cGrid);
+  ASSERT_EQ(l_aadFunctions.size(), 3u);
+  // Infection is mass action either way; recovery saturates a little.
+  EXPECT_NEAR(l_aadFunctions[0][5], l_aadMassAction[0][5], 1.0);
+  EXPECT_NE(l_aadFunctions[2][30], l_aadMassAction[2][30]);
+}
+
+TEST(NetModel, AModelWithoutAUsableIntervalKeepsTheDefaultOne) {
+  std::unique_ptr<Model> l_pcModel(NetToModel(sim::SirNet(), wxT("SIR")));
+  l_pcModel->SetOutputSamplingSize(0.0);
+  sim::Net l_cNet;
+  std::string l_sError;
+  ASSERT_TRUE(ModelToNet(*l_pcModel, l_cNet, &l_sError)) << l_sError;
+  EXPECT_EQ(l_cNet.grid.start, 0.0);
+  EXPECT_EQ(l_cNet.grid.end, 100.0);
+  EXPECT_EQ(l_cNet.grid.step, 1.0);
 }
 
 TEST(NetModel, RowsAreThePlacesInOrder) {
@@ -177,6 +220,26 @@ TEST(LoadNets, ABadFileIsNamedInItsErrorAndTheOthersAreKept) {
       << l_cLoaded.errors[1];
 }
 
+TEST(LoadNets, SbmlModelsAreServedBesidePnmlNets) {
+  const LoadedNets l_cLoaded =
+      LoadNets({std::string(QUOR_MODELS_DIR) + "/mapk-cascade.xml",
+                std::string(QUOR_MODELS_DIR) + "/sir.pnml"});
+  ASSERT_TRUE(l_cLoaded.errors.empty()) << l_cLoaded.errors[0];
+  ASSERT_EQ(l_cLoaded.nets.size(), 2u);
+  EXPECT_NE(l_cLoaded.nets[0].source.find("mapk-cascade.xml"), std::string::npos);
+  EXPECT_FALSE(l_cLoaded.nets[0].transitions.empty());
+  // A refused SBML file is named with the construct.
+  TempFile l_cEvent("event.xml",
+                    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                    "<sbml xmlns=\"http://www.sbml.org/sbml/level3/version1/core\" level=\"3\" "
+                    "version=\"1\"><model id=\"m\"><listOfEvents><event id=\"kick\" "
+                    "useValuesFromTriggerTime=\"true\"/></listOfEvents></model></sbml>\n");
+  const LoadedNets l_cRefused = LoadNets({l_cEvent.Path()});
+  ASSERT_EQ(l_cRefused.errors.size(), 1u);
+  EXPECT_EQ(l_cRefused.errors[0].rfind(l_cEvent.Path(), 0), 0u) << l_cRefused.errors[0];
+  EXPECT_NE(l_cRefused.errors[0].find("event 'kick'"), std::string::npos) << l_cRefused.errors[0];
+}
+
 TEST(ModelName, NamesAreMadeUnique) {
   sim::Net l_cNet = sim::SirNet();
   EXPECT_EQ(Text(ModelName(l_cNet, {})), "SIR epidemic");
@@ -206,16 +269,6 @@ TEST(Simulators, TwoCategoriesAndNamesResolveEitherWay) {
   EXPECT_FALSE(ResolveSimulator(wxT("SIR epidemic"), l_sCategory, l_sSimulator));
   EXPECT_FALSE(ResolveSimulator(wxT(""), l_sCategory, l_sSimulator));
   EXPECT_EQ(Text(l_sSimulator), "continuous") << "left alone on failure";
-}
-
-TEST(StateNames, EveryCodeHasAName) {
-  EXPECT_STREQ(StateName(STATE_IDLE), "idle");
-  EXPECT_STREQ(StateName(STATE_RUNNING), "running");
-  EXPECT_STREQ(StateName(STATE_PAUSED), "paused");
-  EXPECT_STREQ(StateName(STATE_STOPPED), "stopped");
-  EXPECT_STREQ(StateName(STATE_FINISHED), "finished");
-  EXPECT_STREQ(StateName(STATE_FAILED), "failed");
-  EXPECT_STREQ(StateName(42), "unknown");
 }
 
 namespace {

@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "child_process.h"
 #include "quor/steeringclient.h"
 #include "simd_test_util.h"
 
@@ -25,7 +26,6 @@ using namespace quor;
 using namespace simd_test;
 
 namespace {
-
 
 std::vector<std::string> Names(unsigned int p_nPort, unsigned int& p_rnResult) {
   SteeringClient c(wxT("127.0.0.1"), wxString::Format(wxT("%u"), p_nPort));
@@ -46,7 +46,7 @@ const std::string LISTENING = "quor-simd listening on port ";
 TEST(SimdProgram, PrintsTheFreePortItListensOnAndEndsOnSigterm) {
   Child l_cServer({PROGRAM, "--port", "0"});
   ASSERT_TRUE(l_cServer.Started());
-  const unsigned int l_nPort = l_cServer.WaitForPort(LISTENING);
+  const unsigned int l_nPort = WaitForPort(l_cServer, LISTENING);
   ASSERT_NE(l_nPort, 0u) << "stdout: " << l_cServer.Out() << "\nstderr: " << l_cServer.Err();
   ASSERT_NE(l_nPort, 3000u);
 
@@ -63,7 +63,7 @@ TEST(SimdProgram, PrintsTheFreePortItListensOnAndEndsOnSigterm) {
 TEST(SimdProgram, EndsCleanlyOnSigintWhileARunGoesOn) {
   Child l_cServer({PROGRAM, "--port", "0"});
   ASSERT_TRUE(l_cServer.Started());
-  const unsigned int l_nPort = l_cServer.WaitForPort(LISTENING);
+  const unsigned int l_nPort = WaitForPort(l_cServer, LISTENING);
   ASSERT_NE(l_nPort, 0u) << l_cServer.Err();
   {
     SteeringClient c(wxT("127.0.0.1"), wxString::Format(wxT("%u"), l_nPort));
@@ -87,7 +87,7 @@ TEST(SimdProgram, BadModelsAreNamedAndTheGoodOnesServed) {
   Child l_cServer({PROGRAM, "--port", "0", "--model", l_cBroken.Path(), "--model",
                    std::string(QUOR_MODELS_DIR) + "/lotka-volterra.pnml"});
   ASSERT_TRUE(l_cServer.Started());
-  const unsigned int l_nPort = l_cServer.WaitForPort(LISTENING);
+  const unsigned int l_nPort = WaitForPort(l_cServer, LISTENING);
   ASSERT_NE(l_nPort, 0u) << l_cServer.Err();
   unsigned int l_nResult = 0;
   EXPECT_EQ(Names(l_nPort, l_nResult).size(), 1u);
@@ -118,7 +118,7 @@ TEST(SimdProgram, HelpAndBadOptions) {
   EXPECT_NE(l_cHelp.Out().find("--model"), std::string::npos);
 
   Child l_cBad({PROGRAM, "--prot", "0"});
-  EXPECT_EQ(l_cBad.Wait(), 1);
+  EXPECT_EQ(l_cBad.Wait(), 2);
   EXPECT_NE(l_cBad.Err().find("prot"), std::string::npos) << l_cBad.Err();
   EXPECT_NE(l_cBad.Err().find("Usage"), std::string::npos) << l_cBad.Err();
 }

@@ -405,9 +405,10 @@ TEST_F(SimdTest, SettingsAreCheckedByNameAndTheStochasticSimulatorUsesThem) {
     std::set<std::string> l_asNames;
     for (const auto& l_cSetting : l_aContinuous) l_asNames.insert(l_cSetting.first);
     EXPECT_EQ(l_asNames,
-              (std::set<std::string>{"AbsoluteTolerance", "RelativeTolerance", "MaxStep"}));
+              (std::set<std::string>{"AbsoluteTolerance", "RelativeTolerance", "MaxStep", "Method",
+                                     "StepLimit", "LinearSolver"}));
     EXPECT_EQ(Settings(c, wxT("stochastic")),
-              (std::vector<std::pair<std::string, std::string> >{{"Seed", "1"}}));
+              (std::vector<std::pair<std::string, std::string> >{{"Seed", "1"}, {"Runs", "1"}}));
 
     // One good setting and one out of range: the good one is taken.
     SimulatorAttribute l_cWrite;
@@ -427,7 +428,7 @@ TEST_F(SimdTest, SettingsAreCheckedByNameAndTheStochasticSimulatorUsesThem) {
     l_cSeed.AddAttribute(wxT("Seed"), wxT("Random seed"), wxT("42"), 1, 0, 0);
     ASSERT_EQ(c.SendSimulatorSetting(wxT("Stochastic"), &l_cSeed), 1u);
     EXPECT_EQ(Settings(c, wxT("stochastic")),
-              (std::vector<std::pair<std::string, std::string> >{{"Seed", "42"}}));
+              (std::vector<std::pair<std::string, std::string> >{{"Seed", "42"}, {"Runs", "1"}}));
 
     // The stochastic simulator becomes the model's, and a start that names
     // the model (no simulator) uses it.

@@ -27,6 +27,7 @@
 #include "quor/model.h"
 #include "quor/modelruntimestate.h"
 #include "quor/steeringclient.h"
+#include "child_process.h"
 #include "server_harness.h"
 #include "steering_clients.h"
 #include "simcore/builtinModels.h"
@@ -59,124 +60,14 @@ class TempFile {
   std::string m_sPath;
 };
 
-// A child process with its stdout and stderr read through pipes. The
-// destructor kills it if it still runs.
-class Child {
- public:
-  explicit Child(const std::vector<std::string>& p_asArgs) {
-    int l_anOut[2], l_anErr[2];
-    if (::pipe(l_anOut) != 0 || ::pipe(l_anErr) != 0) return;
-    std::vector<char*> l_apArgs;
-    for (const std::string& l_sArg : p_asArgs) l_apArgs.push_back(const_cast<char*>(l_sArg.c_str()));
-    l_apArgs.push_back(nullptr);
-    m_nPid = ::fork();
-    if (m_nPid == 0) {
-      ::dup2(l_anOut[1], 1);
-      ::dup2(l_anErr[1], 2);
-      ::close(l_anOut[0]);
-      ::close(l_anErr[0]);
-      ::close(l_anOut[1]);
-      ::close(l_anErr[1]);
-      ::execv(l_apArgs[0], l_apArgs.data());
-      ::_exit(127);
-    }
-    ::close(l_anOut[1]);
-    ::close(l_anErr[1]);
-    m_nOut = l_anOut[0];
-    m_nErr = l_anErr[0];
-  }
-  ~Child() {
-    if (m_nPid > 0 && m_nStatus < 0) {
-      ::kill(m_nPid, SIGKILL);
-      int l_nStatus = 0;
-      ::waitpid(m_nPid, &l_nStatus, 0);
-    }
-    if (m_nOut >= 0) ::close(m_nOut);
-    if (m_nErr >= 0) ::close(m_nErr);
-  }
+// Programs run as child processes (tests/support/child_process.h).
+using quor_test::Child;
 
-  bool Started() const { return m_nPid > 0; }
-  void Signal(int p_nSignal) { ::kill(m_nPid, p_nSignal); }
-
-  // Waits for a whole line on stdout that contains p_sText; returns it, or
-  // "" when the deadline passed or the program ended first.
-  std::string WaitForLine(const std::string& p_sText, int p_nTimeoutMs = DEADLINE_MS) {
-    const auto l_tDeadline =
-        std::chrono::steady_clock::now() + std::chrono::milliseconds(p_nTimeoutMs);
-    for (;;) {
-      std::size_t l_nStart = 0;
-      for (std::size_t l_nEnd; (l_nEnd = m_sOut.find('\n', l_nStart)) != std::string::npos;
-           l_nStart = l_nEnd + 1) {
-        const std::string l_sLine = m_sOut.substr(l_nStart, l_nEnd - l_nStart);
-        if (l_sLine.find(p_sText) != std::string::npos) return l_sLine;
-      }
-      if (std::chrono::steady_clock::now() > l_tDeadline || !Drain(50)) return "";
-    }
-  }
-
-  // Waits for the line "<p_sPrefix><port>" on stdout; the port, or 0 when
-  // none came.
-  unsigned int WaitForPort(const std::string& p_sPrefix) {
-    const std::string l_sLine = WaitForLine(p_sPrefix);
-    if (l_sLine.compare(0, p_sPrefix.size(), p_sPrefix) != 0) return 0;
-    return static_cast<unsigned int>(std::strtoul(l_sLine.c_str() + p_sPrefix.size(), NULL, 10));
-  }
-
-  // Waits for the program to end; its exit status, or -1 when it did not
-  // end in time (or ended by a signal).
-  int Wait(int p_nTimeoutMs = DEADLINE_MS) {
-    const auto l_tDeadline =
-        std::chrono::steady_clock::now() + std::chrono::milliseconds(p_nTimeoutMs);
-    while (m_nStatus < 0 && std::chrono::steady_clock::now() < l_tDeadline) {
-      int l_nStatus = 0;
-      if (::waitpid(m_nPid, &l_nStatus, WNOHANG) == m_nPid) {
-        m_nStatus = l_nStatus;
-        break;
-      }
-      Drain(20);
-    }
-    while (Drain(0)) {
-    }
-    if (m_nStatus < 0 || !WIFEXITED(m_nStatus)) return -1;
-    return WEXITSTATUS(m_nStatus);
-  }
-
-  const std::string& Out() const { return m_sOut; }
-  const std::string& Err() const { return m_sErr; }
-
- private:
-  // Reads what is there (waiting up to p_nMillis); false once both pipes
-  // are closed and empty.
-  bool Drain(int p_nMillis) {
-    pollfd l_acFds[2] = {{m_nOut, POLLIN, 0}, {m_nErr, POLLIN, 0}};
-    if (m_nOut < 0 && m_nErr < 0) {
-      if (p_nMillis > 0) std::this_thread::sleep_for(std::chrono::milliseconds(p_nMillis));
-      return false;
-    }
-    if (::poll(l_acFds, 2, p_nMillis) <= 0) return true;
-    bool l_bAny = false;
-    int* l_apnFds[2] = {&m_nOut, &m_nErr};
-    std::string* l_apsTexts[2] = {&m_sOut, &m_sErr};
-    for (int i = 0; i < 2; ++i) {
-      if (*l_apnFds[i] < 0 || l_acFds[i].revents == 0) continue;
-      char l_acBuffer[4096];
-      const ssize_t l_nRead = ::read(*l_apnFds[i], l_acBuffer, sizeof(l_acBuffer));
-      if (l_nRead > 0) {
-        l_apsTexts[i]->append(l_acBuffer, static_cast<std::size_t>(l_nRead));
-        l_bAny = true;
-      } else {
-        ::close(*l_apnFds[i]);
-        *l_apnFds[i] = -1;
-      }
-    }
-    return l_bAny || m_nOut >= 0 || m_nErr >= 0;
-  }
-
-  pid_t m_nPid = -1;
-  int m_nOut = -1, m_nErr = -1;
-  int m_nStatus = -1;
-  std::string m_sOut, m_sErr;
-};
+// Waits for the line "<p_sPrefix><port>" on the child's stdout; the port,
+// or 0 when none came.
+inline unsigned int WaitForPort(Child& p_rChild, const std::string& p_sPrefix) {
+  return quor_test::ListeningPort(p_rChild.WaitForLine(p_sPrefix));
+}
 
 // The runtime state and its polling (tests/support/steering_clients.h).
 typedef quor_test::RunStats Stats;

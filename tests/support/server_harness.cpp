@@ -186,9 +186,19 @@ bool RunEventLoopUntil(const std::function<bool()>& p_fDone, int p_nTimeoutMilli
   // wxWidgets' console loop, which dispatches socket events.
   // (The application object is a console one: wxTheApp would claim a GUI
   // wxApp.)
+  //
+  // One loop serves the whole process and stays active: a worker thread
+  // that logs wakes the active loop up (wxLog asks wxEventLoopBase for it
+  // and then locks its wake-up pipe), so a loop made and destroyed per call
+  // could be destroyed between those two steps, leaving the worker locked
+  // on freed memory.
   wxAppConsole* l_pcApp = wxAppConsole::GetInstance();
-  std::unique_ptr<wxEventLoopBase> l_pcLoop(l_pcApp->GetTraits()->CreateEventLoop());
-  wxEventLoopActivator l_cActivator(l_pcLoop.get());
+  static wxEventLoopBase* const s_pcLoop = [l_pcApp] {
+    wxEventLoopBase* l_pcMade = l_pcApp->GetTraits()->CreateEventLoop();
+    wxEventLoopBase::SetActive(l_pcMade);
+    return l_pcMade;
+  }();
+  wxEventLoopBase* const l_pcLoop = s_pcLoop;
   while (!p_fDone() && std::chrono::steady_clock::now() < l_cDeadline) {
     l_pcLoop->DispatchTimeout(20);
     l_pcApp->ProcessPendingEvents();

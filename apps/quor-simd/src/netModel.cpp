@@ -6,11 +6,12 @@
 #include <cmath>
 
 #include "quor/attributeVector.h"
+#include "quor/keys.h"
 #include "quor/model.h"
 #include "quor/modelView.h"
 #include "quor/resultMatrixInfo.h"
 #include "simcore/builtinModels.h"
-#include "simcore/pnmlLoader.h"
+#include "simcore/netLoader.h"
 #include "simcore/textNumbers.h"
 #include "simd/simdCommon.h"
 
@@ -30,16 +31,14 @@ std::vector<wxString> Names(const std::vector<std::string>& p_asNames) {
   return l_asNames;
 }
 
-std::vector<double> Doubles(Model& p_rModel, const wxChar* p_sKey) {
-  AttributeVectorDouble* l_pcValues =
-      dynamic_cast<AttributeVectorDouble*>(p_rModel.GetAttribute(p_sKey));
-  return l_pcValues != NULL ? l_pcValues->GetValue() : std::vector<double>();
+// A list of the model under the key, empty when it has none (the model is
+// not changed).
+std::vector<double> Doubles(const Model& p_rModel, const wxChar* p_sKey) {
+  return p_rModel.FindValue<AttributeVectorDouble>(p_sKey, std::vector<double>());
 }
 
-std::vector<wxString> Strings(Model& p_rModel, const wxChar* p_sKey) {
-  AttributeVectorString* l_pcValues =
-      dynamic_cast<AttributeVectorString*>(p_rModel.GetAttribute(p_sKey));
-  return l_pcValues != NULL ? l_pcValues->GetValue() : std::vector<wxString>();
+std::vector<wxString> Strings(const Model& p_rModel, const wxChar* p_sKey) {
+  return p_rModel.FindValue<AttributeVectorString>(p_sKey, std::vector<wxString>());
 }
 
 bool Fail(std::string* p_psError, const std::string& p_sText) {
@@ -60,9 +59,7 @@ Model* NetToModel(const sim::Net& p_rNet, const wxString& p_sName) {
   }
   for (const sim::Transition& l_cTransition : p_rNet.transitions) {
     l_asTransitions.push_back(l_cTransition.name);
-    l_asFunctions.push_back(l_cTransition.rateKind == sim::RateKind::Parameter
-                                ? l_cTransition.parameterName
-                                : sim::FormatDouble(l_cTransition.rateValue));
+    l_asFunctions.push_back(l_cTransition.RateText());
   }
   for (const sim::Parameter& l_cParameter : p_rNet.parameters) {
     l_asParameters.push_back(l_cParameter.name);
@@ -74,8 +71,8 @@ Model* NetToModel(const sim::Net& p_rNet, const wxString& p_sName) {
   l_pcModel->SetPlaceNames(l_asPlaceNames);
   l_pcModel->SetTransitionNames(l_asTransitionNames);
   l_pcModel->MapNames2Positions(l_asPlaceNames, l_asTransitionNames);
-  l_pcModel->SetAttributeValue(wxT("PARAMETER_NAMES"), Names(l_asParameters));
-  l_pcModel->SetAttributeValue(wxT("TRANSITION_FUNCTIONS"), Names(l_asFunctions));
+  l_pcModel->SetAttributeValue(keys::PARAMETER_NAMES, Names(l_asParameters));
+  l_pcModel->SetAttributeValue(keys::TRANSITION_FUNCTIONS, Names(l_asFunctions));
   l_pcModel->SetInitialParameterValues(l_adParameters);
   l_pcModel->SetInitialMarking(l_adMarking);
 
@@ -94,9 +91,9 @@ Model* NetToModel(const sim::Net& p_rNet, const wxString& p_sName) {
 
   ModelView* l_pcView = new ModelView(wxT("Marking"), NULL);
   l_pcView->SetTitle(p_sName);
-  l_pcView->SetAttributeValue(wxT("X_AXIS_LABEL"), wxString(wxT("time")));
-  l_pcView->SetAttributeValue(wxT("Y_AXIS_LABEL"), wxString(wxT("marking")));
-  l_pcView->SetAttributeValue(wxT("X_AXIS_VAR_NAME"), wxString(wxT("time")));
+  l_pcView->SetAttributeValue(keys::X_AXIS_LABEL, wxString(wxT("time")));
+  l_pcView->SetAttributeValue(keys::Y_AXIS_LABEL, wxString(wxT("marking")));
+  l_pcView->SetAttributeValue(keys::X_AXIS_VAR_NAME, wxString(wxT("time")));
   const std::size_t l_nColours = sizeof(CURVE_COLOURS) / sizeof(CURVE_COLOURS[0]);
   for (std::size_t l_nPlace = 0; l_nPlace < l_asPlaceNames.size(); ++l_nPlace) {
     wxString l_sCurve = l_asPlaceNames[l_nPlace];
@@ -121,12 +118,12 @@ bool ModelToNet(Model& p_rModel, sim::Net& p_rNet, std::string* p_psError) {
   l_cNet.id = l_cNet.name;
   l_cNet.source = "client:" + l_cNet.name;
 
-  const std::vector<wxString> l_asPlaces = Strings(p_rModel, wxT("PLACE_NAMES"));
-  const std::vector<wxString> l_asTransitions = Strings(p_rModel, wxT("TRANSITION_NAMES"));
-  const std::vector<wxString> l_asFunctions = Strings(p_rModel, wxT("TRANSITION_FUNCTIONS"));
-  const std::vector<wxString> l_asParameters = Strings(p_rModel, wxT("PARAMETER_NAMES"));
-  const std::vector<double> l_adMarking = Doubles(p_rModel, wxT("INITIAL_MARKING"));
-  const std::vector<double> l_adParameters = Doubles(p_rModel, wxT("INITIAL_PARAM_VALUES"));
+  const std::vector<wxString> l_asPlaces = Strings(p_rModel, keys::PLACE_NAMES);
+  const std::vector<wxString> l_asTransitions = Strings(p_rModel, keys::TRANSITION_NAMES);
+  const std::vector<wxString> l_asFunctions = Strings(p_rModel, keys::TRANSITION_FUNCTIONS);
+  const std::vector<wxString> l_asParameters = Strings(p_rModel, keys::PARAMETER_NAMES);
+  const std::vector<double> l_adMarking = Doubles(p_rModel, keys::INITIAL_MARKING);
+  const std::vector<double> l_adParameters = Doubles(p_rModel, keys::INITIAL_PARAM_VALUES);
   std::vector<Transitions>* l_pcArcs = p_rModel.GetTransitions();
 
   if (l_adMarking.size() != l_asPlaces.size())
@@ -152,16 +149,9 @@ bool ModelToNet(Model& p_rModel, sim::Net& p_rNet, std::string* p_psError) {
   for (std::size_t i = 0; i < l_asTransitions.size(); ++i) {
     const std::string l_sId = "t" + std::to_string(i);
     const std::string l_sName = ToStd(l_asTransitions[i]);
-    const std::string l_sFunction = sim::Trim(ToStd(l_asFunctions[i]));
-    double l_dRate = 0.0;
-    if (sim::ParseDouble(l_sFunction, l_dRate)) {
-      l_cNet.AddTransition(l_sId, l_dRate);
-    } else if (l_cNet.FindParameter(l_sFunction) != sim::kNoIndex) {
-      l_cNet.AddParameterTransition(l_sId, l_sFunction);
-    } else {
-      return Fail(p_psError, "transition '" + l_sName + "': its function '" + l_sFunction +
-                                 "' is neither a number nor the name of a parameter");
-    }
+    // A number or a parameter name is a mass-action constant, anything
+    // else a rate function (checked with the net below).
+    l_cNet.AddRateTransition(l_sId, ToStd(l_asFunctions[i]));
     l_cNet.transitions.back().name = l_sName;
 
     const Transitions& l_cArcs = (*l_pcArcs)[i];
@@ -178,21 +168,25 @@ bool ModelToNet(Model& p_rModel, sim::Net& p_rNet, std::string* p_psError) {
       if (l_nPlace >= l_asPlaces.size())
         return Fail(p_psError, "transition '" + l_sName + "': an arc names place position " +
                                    std::to_string(l_nPlace) + ", which does not exist");
-      l_cNet.AddInputArc("p" + std::to_string(l_nPlace), l_sId, l_cArc.weight);
+      l_cNet.AddArc(static_cast<std::size_t>(l_nPlace), i, l_cArc.weight, true);
     }
     for (std::size_t a = 0; a < l_cArcs.m_anPostPlacePositions.size(); ++a) {
       const unsigned long long l_nPlace = l_cArcs.m_anPostPlacePositions[a];
       if (l_nPlace >= l_asPlaces.size())
         return Fail(p_psError, "transition '" + l_sName + "': an arc names place position " +
                                    std::to_string(l_nPlace) + ", which does not exist");
-      l_cNet.AddOutputArc(l_sId, "p" + std::to_string(l_nPlace),
-                          l_cArcs.m_acPostConnections[a].weight);
+      l_cNet.AddArc(static_cast<std::size_t>(l_nPlace), i, l_cArcs.m_acPostConnections[a].weight,
+                    false);
     }
   }
 
-  l_cNet.grid.start = p_rModel.GetAttributeValueDouble(wxT("START_OUTPUT_POINT"));
-  l_cNet.grid.end = p_rModel.GetAttributeValueDouble(wxT("END_OUTPUT_POINT"));
-  l_cNet.grid.step = p_rModel.GetAttributeValueDouble(wxT("SAMPLE_POINT_SIZE"));
+  // The model's output interval, if it is a usable one (a start command
+  // brings an interval of its own anyway).
+  sim::OutputGrid l_cGrid;
+  l_cGrid.start = p_rModel.FindValue<AttributeDouble>(keys::START_OUTPUT_POINT, l_cGrid.start);
+  l_cGrid.end = p_rModel.FindValue<AttributeDouble>(keys::END_OUTPUT_POINT, l_cGrid.end);
+  l_cGrid.step = p_rModel.FindValue<AttributeDouble>(keys::SAMPLE_POINT_SIZE, l_cGrid.step);
+  if (l_cGrid.Check().empty()) l_cNet.grid = l_cGrid;
   const std::string l_sProblem = l_cNet.Validate();
   if (!l_sProblem.empty()) return Fail(p_psError, l_sProblem);
   p_rNet = l_cNet;
@@ -206,7 +200,7 @@ LoadedNets LoadNets(const std::vector<std::string>& p_asFiles) {
     return l_cLoaded;
   }
   for (const std::string& l_sFile : p_asFiles) {
-    sim::PnmlLoadResult l_cResult = sim::LoadPnmlFile(l_sFile);
+    sim::NetLoadResult l_cResult = sim::LoadNetFile(l_sFile);
     if (l_cResult.ok) {
       l_cLoaded.nets.push_back(l_cResult.net);
     } else {

@@ -44,13 +44,6 @@ bool ResolveSimulator(const wxString& p_sText, wxString& p_sCategory, wxString& 
   return false;
 }
 
-wxString FromStd(const std::string& p_sText) { return wxString::FromUTF8(p_sText.c_str()); }
-
-std::string ToStd(const wxString& p_sText) {
-  const wxScopedCharBuffer l_cUtf8 = p_sText.utf8_str();
-  return std::string(l_cUtf8.data(), l_cUtf8.length());
-}
-
 void Log(int p_nLevel, const wxString& p_sText) {
   wxString l_sPrefix;
   switch (p_nLevel) {

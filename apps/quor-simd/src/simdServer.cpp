@@ -10,10 +10,11 @@ SimdServer::~SimdServer() { Shutdown(); }
 
 int SimdServer::AddNet(const sim::Net& p_rNet) { return m_cHandler.AddNet(p_rNet); }
 
-bool SimdServer::Start(unsigned int p_nPort) {
+bool SimdServer::Start(unsigned int p_nPort, const wxString& p_sAddress) {
   if (m_bStarted || !m_pcServer) return false;
   m_bStarted = true;
   m_pcServer->SetPort(p_nPort);
+  m_pcServer->SetAddress(p_sAddress);
   // The argument is not used: the port is the one just set.
   if (!m_pcServer->DoStartServer(p_nPort)) return false;
   m_pcDispatcher.reset(new SteeringDispatcher(*m_pcServer, m_cHandler));

@@ -34,6 +34,9 @@ class EngineRun {
     return true;
   }
 
+  // What the simulator did beyond the points (an ensemble's runs).
+  wxString Summary() const { return FromStd(m_pcSimulator->Summary()); }
+
   // One step: settings written since the last one, steered values, then
   // the simulation up to the next output point.
   bool Step(SteeringStep& p_rStep) {
@@ -192,6 +195,7 @@ bool SimulationHandler::PrepareRun(unsigned int, int p_nModel, const wxString& p
   std::shared_ptr<EngineRun> l_pcRun = std::make_shared<EngineRun>(*this, std::move(l_pcSimulator));
   p_rPlan.m_fBegin = [l_pcRun](SteeringStep& p_rStep) { return l_pcRun->Begin(p_rStep); };
   p_rPlan.m_fStep = [l_pcRun](SteeringStep& p_rStep) { return l_pcRun->Step(p_rStep); };
+  p_rPlan.m_fSummary = [l_pcRun] { return l_pcRun->Summary(); };
   p_rPlan.m_sCategory = l_sCategory;
   p_rPlan.m_sAlgorithm = l_sSimulator;
   GetStore().SetCurrentSimulatorName(p_nModel, l_sCategory, l_sSimulator);

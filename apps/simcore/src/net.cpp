@@ -2,9 +2,11 @@
 #include "simcore/net.h"
 
 #include <cmath>
+#include <memory>
 #include <set>
 #include <stdexcept>
 
+#include "simcore/rateFunction.h"
 #include "simcore/textNumbers.h"
 
 namespace quor {
@@ -30,6 +32,20 @@ std::size_t OutputGrid::Count() const {
   double l_dIntervals = (end - start) / step;
   double l_dWhole = std::floor(l_dIntervals + 1e-9 * (1.0 + l_dIntervals));
   return static_cast<std::size_t>(l_dWhole) + 1;
+}
+
+std::string Transition::RateText() const {
+  switch (rateKind) {
+    case RateKind::Parameter: return parameterName;
+    case RateKind::Function: return function;
+    case RateKind::Constant: break;
+  }
+  return FormatDouble(rateValue);
+}
+
+std::string Transition::Describe() const {
+  if (name.empty() || name == id) return "transition '" + id + "'";
+  return "transition '" + name + "' (id '" + id + "')";
 }
 
 std::size_t Net::FindPlace(const std::string& p_sId) const {
@@ -89,6 +105,42 @@ std::size_t Net::AddParameterTransition(const std::string& p_sId,
   return transitions.size() - 1;
 }
 
+std::size_t Net::AddFunctionTransition(const std::string& p_sId, const std::string& p_sFunction) {
+  std::size_t l_nTransition = AddTransition(p_sId, 1.0);
+  transitions[l_nTransition].rateKind = RateKind::Function;
+  transitions[l_nTransition].function = p_sFunction;
+  return l_nTransition;
+}
+
+std::size_t Net::AddRateTransition(const std::string& p_sId, const std::string& p_sRate) {
+  std::size_t l_nTransition = AddTransition(p_sId, 1.0);
+  SetRate(l_nTransition, p_sRate);
+  return l_nTransition;
+}
+
+void Net::SetRate(std::size_t p_nTransition, const std::string& p_sRate) {
+  SetRate(transitions.at(p_nTransition), p_sRate);
+}
+
+void Net::SetRate(Transition& p_rTransition, const std::string& p_sRate) const {
+  const std::string l_sRate = Trim(p_sRate);
+  double l_dValue = 0.0;
+  p_rTransition.parameter = kNoIndex;
+  p_rTransition.parameterName.clear();
+  p_rTransition.function.clear();
+  if (ParseDouble(l_sRate, l_dValue)) {
+    p_rTransition.rateKind = RateKind::Constant;
+    p_rTransition.rateValue = l_dValue;
+  } else if (!l_sRate.empty() && FindParameter(l_sRate) != kNoIndex) {
+    p_rTransition.rateKind = RateKind::Parameter;
+    p_rTransition.parameterName = l_sRate;
+    p_rTransition.parameter = FindParameter(l_sRate);
+  } else {
+    p_rTransition.rateKind = RateKind::Function;
+    p_rTransition.function = p_sRate;
+  }
+}
+
 void Net::AddInputArc(const std::string& p_sPlace, const std::string& p_sTransition,
                       double p_dWeight) {
   AddArc(p_sPlace, p_sTransition, p_dWeight, true);
@@ -101,13 +153,21 @@ void Net::AddOutputArc(const std::string& p_sTransition, const std::string& p_sP
 
 void Net::AddArc(const std::string& p_sPlace, const std::string& p_sTransition,
                  double p_dWeight, bool p_bInput) {
+  const std::size_t l_nPlace = FindPlace(p_sPlace);
+  const std::size_t l_nTransition = FindTransition(p_sTransition);
+  if (l_nPlace == kNoIndex) throw std::invalid_argument("no place '" + p_sPlace + "'");
+  if (l_nTransition == kNoIndex) throw std::invalid_argument("no transition '" + p_sTransition + "'");
+  AddArc(l_nPlace, l_nTransition, p_dWeight, p_bInput);
+}
+
+void Net::AddArc(std::size_t p_nPlace, std::size_t p_nTransition, double p_dWeight, bool p_bInput) {
   Arc l_cArc;
-  l_cArc.place = FindPlace(p_sPlace);
-  l_cArc.transition = FindTransition(p_sTransition);
-  if (l_cArc.place == kNoIndex) throw std::invalid_argument("no place '" + p_sPlace + "'");
-  if (l_cArc.transition == kNoIndex)
-    throw std::invalid_argument("no transition '" + p_sTransition + "'");
-  l_cArc.id = p_bInput ? p_sPlace + "->" + p_sTransition : p_sTransition + "->" + p_sPlace;
+  l_cArc.place = p_nPlace;
+  l_cArc.transition = p_nTransition;
+  const std::string l_sPlace = p_nPlace < places.size() ? places[p_nPlace].id : "?";
+  const std::string l_sTransition =
+      p_nTransition < transitions.size() ? transitions[p_nTransition].id : "?";
+  l_cArc.id = p_bInput ? l_sPlace + "->" + l_sTransition : l_sTransition + "->" + l_sPlace;
   l_cArc.input = p_bInput;
   l_cArc.weight = p_dWeight;
   arcs.push_back(l_cArc);
@@ -140,8 +200,26 @@ std::string Net::Validate() {
     if (!IsUsableNumber(l_rParameter.value))
       return "parameter '" + l_rParameter.name + "' has a value that is negative or not finite";
   }
+  std::unique_ptr<RateSymbols> l_pcSymbols;
+  NetState l_cInitial;
   for (Transition& l_rTransition : transitions) {
-    if (l_rTransition.rateKind == RateKind::Constant) {
+    if (l_rTransition.rateKind == RateKind::Function) {
+      l_rTransition.parameter = kNoIndex;
+      if (!l_pcSymbols) {
+        l_pcSymbols.reset(new RateSymbols(*this));
+        l_cInitial = InitialState();
+      }
+      std::string l_sProblem;
+      std::unique_ptr<RateFunction> l_pcFunction =
+          CompileTransitionRate(l_rTransition, *l_pcSymbols, &l_sProblem);
+      if (!l_pcFunction) return l_sProblem;
+      const double l_dRate = l_pcFunction->Evaluate(
+          l_cInitial.marking.data(), l_cInitial.parameters.data(), l_cInitial.time);
+      if (!IsUsableNumber(l_dRate))
+        return l_rTransition.Describe() + ": the rate function '" +
+               l_rTransition.function + "' gives " + FormatDouble(l_dRate) +
+               " in the initial state (a rate must be a finite number >= 0)";
+    } else if (l_rTransition.rateKind == RateKind::Constant) {
       if (!IsUsableNumber(l_rTransition.rateValue))
         return "transition '" + l_rTransition.id + "' has a rate that is negative or not finite";
       l_rTransition.parameter = kNoIndex;

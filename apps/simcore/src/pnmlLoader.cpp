@@ -6,13 +6,12 @@
 #include <wx/thread.h>
 #include <wx/xml/xml.h>
 
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
+#include <cmath>
 #include <map>
 #include <memory>
 #include <set>
 
+#include "simcore/rateFunction.h"
 #include "simcore/textNumbers.h"
 
 namespace quor {
@@ -54,6 +53,24 @@ std::string Lower(std::string p_sText) {
 bool EndsWith(const std::string& p_sText, const std::string& p_sEnd) {
   return p_sText.size() >= p_sEnd.size() &&
          p_sText.compare(p_sText.size() - p_sEnd.size(), p_sEnd.size(), p_sEnd) == 0;
+}
+
+// Empty for a place/transition net type, else what kind of net the type
+// names ("a symmetric net"). The PNML grammars name place/transition nets
+// by a URI ending in "ptnet" (http://www.pnml.org/version-2009/grammar/ptnet),
+// early drafts in "ptNetb"; PIPE writes "P/T net".
+std::string NetTypeName(const std::string& p_sType) {
+  const std::string l_sType = Lower(p_sType);
+  if (EndsWith(l_sType, "ptnet") || EndsWith(l_sType, "ptnetb") || l_sType == "p/t net")
+    return std::string();
+  if (l_sType.find("symmetricnet") != std::string::npos) return "a symmetric net";
+  if (l_sType.find("pt-hlpng") != std::string::npos)
+    return "a place/transition net in high-level notation";
+  if (l_sType.find("highlevelnet") != std::string::npos || l_sType.find("hlpn") != std::string::npos)
+    return "a high-level net";
+  if (l_sType.find("coloured") != std::string::npos || l_sType.find("colored") != std::string::npos)
+    return "a coloured net";
+  return "a net of another type";
 }
 
 const wxXmlNode* FirstChild(const wxXmlNode* p_pcNode, const std::string& p_sName) {
@@ -139,12 +156,10 @@ class Reader {
 
  private:
   bool Fail(const wxXmlNode* p_pcNode, const std::string& p_sMessage) {
-    if (m_sError.empty()) {
-      m_sError = m_sSource + ": ";
-      if (p_pcNode && p_pcNode->GetLineNumber() > 0)
-        m_sError += "line " + std::to_string(p_pcNode->GetLineNumber()) + ": ";
-      m_sError += p_sMessage;
-    }
+    return FailAt(p_pcNode ? p_pcNode->GetLineNumber() : 0, p_sMessage);
+  }
+  bool FailAt(long p_nLine, const std::string& p_sMessage) {
+    if (m_sError.empty()) m_sError = LoadError(m_sSource, p_nLine, p_sMessage);
     return false;
   }
 
@@ -168,6 +183,7 @@ class Reader {
   bool ResolveNode(const std::string& p_sId, const PendingArc& p_rArc, const char* p_sEnd,
                    bool& p_rbPlace, std::size_t& p_rnIndex);
   bool ResolveArcs();
+  bool CheckFunctions();
 
   std::string m_sSource;
   std::string m_sError;
@@ -197,10 +213,17 @@ bool Reader::RequireId(const wxXmlNode* p_pcNode, const std::string& p_sWhat,
   return true;
 }
 
+// The text of a label: <text> as the standard says, or <value> as some
+// editors (PIPE) write.
+const wxXmlNode* LabelText(const wxXmlNode* p_pcLabel) {
+  const wxXmlNode* l_pcText = FirstChild(p_pcLabel, "text");
+  return l_pcText ? l_pcText : FirstChild(p_pcLabel, "value");
+}
+
 std::string Reader::ReadName(const wxXmlNode* p_pcNode, const std::string& p_sFallback) {
   const wxXmlNode* l_pcName = FirstChild(p_pcNode, "name");
   if (!l_pcName) return p_sFallback;
-  const wxXmlNode* l_pcText = FirstChild(l_pcName, "text");
+  const wxXmlNode* l_pcText = LabelText(l_pcName);
   if (!l_pcText) return p_sFallback;
   std::string l_sName = Trim(ToUtf8(l_pcText->GetNodeContent()));
   return l_sName.empty() ? p_sFallback : l_sName;
@@ -210,9 +233,26 @@ std::string Reader::ReadName(const wxXmlNode* p_pcNode, const std::string& p_sFa
 // "<p_sOwner> has the <p_sWhat> ...".
 bool Reader::ReadNumberText(const wxXmlNode* p_pcLabel, const std::string& p_sOwner,
                             const std::string& p_sWhat, double& p_rdValue) {
-  const wxXmlNode* l_pcText = FirstChild(p_pcLabel, "text");
+  const wxXmlNode* l_pcText = LabelText(p_pcLabel);
   if (!l_pcText) return Fail(p_pcLabel, "the " + p_sWhat + " of " + p_sOwner + " has no <text>");
   std::string l_sText = Trim(ToUtf8(l_pcText->GetNodeContent()));
+  if (LocalName(l_pcText) == "value") {
+    // PIPE writes token classes and counts: "Default,3". One class is a
+    // number of tokens; more make a coloured net.
+    std::vector<std::string> l_asParts;
+    std::size_t l_nStart = 0;
+    for (;;) {
+      const std::size_t l_nComma = l_sText.find(',', l_nStart);
+      l_asParts.push_back(Trim(l_sText.substr(l_nStart, l_nComma - l_nStart)));
+      if (l_nComma == std::string::npos) break;
+      l_nStart = l_nComma + 1;
+    }
+    if (l_asParts.size() > 2)
+      return Fail(l_pcText, p_sOwner + " has the " + p_sWhat + " '" + l_sText +
+                                "' with tokens of several classes (a coloured net); only "
+                                "place/transition nets are supported");
+    l_sText = l_asParts.back();
+  }
   double l_dValue = 0.0;
   if (!ParseDouble(l_sText, l_dValue))
     return Fail(l_pcText, p_sOwner + " has the " + p_sWhat + " '" + l_sText +
@@ -293,12 +333,18 @@ bool Reader::ReadTransitionToolData(const wxXmlNode* p_pcNode, Transition& p_rTr
                                  " tool data of " + l_sWho + " (expected <rate>)");
     if (p_rbRateSeen) return Fail(l_pcChild, l_sWho + " has more than one <rate>");
     p_rbRateSeen = true;
-    bool l_bValue = HasAttribute(l_pcChild, "value");
-    bool l_bParameter = HasAttribute(l_pcChild, "parameter");
-    if (l_bValue == l_bParameter)
+    const bool l_bValue = HasAttribute(l_pcChild, "value");
+    const bool l_bParameter = HasAttribute(l_pcChild, "parameter");
+    const bool l_bFunction = HasAttribute(l_pcChild, "function");
+    if (int(l_bValue) + int(l_bParameter) + int(l_bFunction) != 1)
       return Fail(l_pcChild, "the <rate> of " + l_sWho +
-                                 " needs exactly one of the attributes value and parameter");
-    if (l_bValue) {
+                                 " needs exactly one of the attributes value, parameter and function");
+    if (l_bFunction) {
+      // Read as a model's "TRANSITION_FUNCTIONS" entry: a number or a
+      // parameter name alone still means mass action. The parameters of the
+      // net are known by now (the net's tool data is read first).
+      m_cNet.SetRate(p_rTransition, Attribute(l_pcChild, "function"));
+    } else if (l_bValue) {
       std::string l_sValue = Attribute(l_pcChild, "value");
       double l_dValue = 0.0;
       if (!ParseDouble(l_sValue, l_dValue))
@@ -328,6 +374,16 @@ bool Reader::ReadPlace(const wxXmlNode* p_pcNode) {
     if (!ReadNumberText(l_pcMarking, "place '" + l_sId + "'", "initial marking",
                         l_cPlace.initialMarking))
       return false;
+  }
+  // A capacity (PIPE writes one, 0 meaning none) would bound the marking.
+  if (const wxXmlNode* l_pcCapacity = FirstChild(p_pcNode, "capacity")) {
+    double l_dCapacity = 0.0;
+    if (!ReadNumberText(l_pcCapacity, "place '" + l_sId + "'", "capacity", l_dCapacity))
+      return false;
+    if (l_dCapacity != 0.0)
+      return Fail(l_pcCapacity, "place '" + l_sId + "' has the capacity " +
+                                    FormatDouble(l_dCapacity) +
+                                    ", which the engine cannot honour (places are unbounded)");
   }
   m_cNet.places.push_back(l_cPlace);
   return true;
@@ -372,6 +428,13 @@ bool Reader::ReadArc(const wxXmlNode* p_pcNode) {
   if (const wxXmlNode* l_pcInscription = FirstChild(p_pcNode, "inscription")) {
     if (!ReadNumberText(l_pcInscription, "arc '" + l_sId + "'", "weight", l_cArc.weight))
       return false;
+  }
+  // PIPE marks inhibitor (and other) arcs with <type value="...">.
+  if (const wxXmlNode* l_pcType = FirstChild(p_pcNode, "type")) {
+    const std::string l_sType = Trim(Attribute(l_pcType, "value"));
+    if (!l_sType.empty() && Lower(l_sType) != "normal")
+      return Fail(l_pcType, "arc '" + l_sId + "' is of the type '" + l_sType +
+                                "'; only standard arcs are supported");
   }
   m_acArcs.push_back(l_cArc);
   return true;
@@ -426,11 +489,7 @@ bool Reader::ResolveNode(const std::string& p_sId, const PendingArc& p_rArc, con
   std::string l_sId = p_sId;
   std::set<std::string> l_cVisited;
   const std::string l_sArc = "arc '" + p_rArc.id + "'";
-  auto l_Fail = [&](const std::string& p_sMessage) {
-    if (m_sError.empty())
-      m_sError = m_sSource + ": line " + std::to_string(p_rArc.line) + ": " + p_sMessage;
-    return false;
-  };
+  auto l_Fail = [&](const std::string& p_sMessage) { return FailAt(p_rArc.line, p_sMessage); };
   for (;;) {
     std::map<std::string, IdEntry>::const_iterator l_it = m_cIds.find(l_sId);
     if (l_it == m_cIds.end()) {
@@ -481,13 +540,11 @@ bool Reader::ResolveArcs() {
     if (!ResolveNode(l_rPending.source, l_rPending, "source", l_bSourcePlace, l_nSource) ||
         !ResolveNode(l_rPending.target, l_rPending, "target", l_bTargetPlace, l_nTarget))
       return false;
-    if (l_bSourcePlace == l_bTargetPlace) {
-      m_sError = m_sSource + ": line " + std::to_string(l_rPending.line) + ": arc '" +
-                 l_rPending.id + "' joins two " + (l_bSourcePlace ? "places" : "transitions") +
-                 " ('" + l_rPending.source + "' and '" + l_rPending.target +
-                 "'); an arc must join a place and a transition";
-      return false;
-    }
+    if (l_bSourcePlace == l_bTargetPlace)
+      return FailAt(l_rPending.line, "arc '" + l_rPending.id + "' joins two " +
+                                         (l_bSourcePlace ? "places" : "transitions") + " ('" +
+                                         l_rPending.source + "' and '" + l_rPending.target +
+                                         "'); an arc must join a place and a transition");
     Arc l_cArc;
     l_cArc.id = l_rPending.id;
     l_cArc.input = l_bSourcePlace;
@@ -499,6 +556,34 @@ bool Reader::ResolveArcs() {
   return true;
 }
 
+// Rate functions compile and give a usable rate in the initial state;
+// else the error names the transition's line.
+bool Reader::CheckFunctions() {
+  std::unique_ptr<RateSymbols> l_pcSymbols;
+  NetState l_cInitial;
+  for (std::size_t i = 0; i < m_cNet.transitions.size(); ++i) {
+    const Transition& l_rTransition = m_cNet.transitions[i];
+    if (l_rTransition.rateKind != RateKind::Function) continue;
+    if (!l_pcSymbols) {
+      l_pcSymbols.reset(new RateSymbols(m_cNet));
+      l_cInitial = m_cNet.InitialState();
+    }
+    std::string l_sProblem;
+    std::unique_ptr<RateFunction> l_pcFunction =
+        CompileTransitionRate(l_rTransition, *l_pcSymbols, &l_sProblem);
+    if (l_pcFunction) {
+      const double l_dRate = l_pcFunction->Evaluate(l_cInitial.marking.data(),
+                                                    l_cInitial.parameters.data(), l_cInitial.time);
+      if (!(std::isfinite(l_dRate) && l_dRate >= 0.0))
+        l_sProblem = l_rTransition.Describe() + ": the rate function '" + l_rTransition.function +
+                     "' gives " + FormatDouble(l_dRate) +
+                     " in the initial state (a rate must be a finite number >= 0)";
+    }
+    if (!l_sProblem.empty()) return FailAt(m_anTransitionLines[i], l_sProblem);
+  }
+  return true;
+}
+
 bool Reader::ReadNet(const wxXmlNode* p_pcNet) {
   std::string l_sId;
   if (!RequireId(p_pcNet, "net", l_sId)) return false;
@@ -506,13 +591,11 @@ bool Reader::ReadNet(const wxXmlNode* p_pcNet) {
   m_cNet.id = l_sId;
   m_cNet.name = ReadName(p_pcNet, l_sId);
   if (HasAttribute(p_pcNet, "type")) {
-    // The PNML grammars name place/transition nets by a URI ending in
-    // "ptnet" (http://www.pnml.org/version-2009/grammar/ptnet), early
-    // drafts in "ptNetb".
-    std::string l_sType = Trim(Attribute(p_pcNet, "type"));
-    if (!EndsWith(Lower(l_sType), "ptnet") && !EndsWith(Lower(l_sType), "ptnetb"))
-      return Fail(p_pcNet, "net '" + l_sId + "' has the type '" + l_sType +
-                               "'; only place/transition nets "
+    const std::string l_sType = Trim(Attribute(p_pcNet, "type"));
+    const std::string l_sKind = NetTypeName(l_sType);
+    if (!l_sKind.empty())
+      return Fail(p_pcNet, "net '" + l_sId + "' is " + l_sKind + " (type '" + l_sType +
+                               "'); only place/transition nets "
                                "(http://www.pnml.org/version-2009/grammar/ptnet) are supported");
   }
   for (const wxXmlNode* l_pcChild = p_pcNet->GetChildren(); l_pcChild;
@@ -527,14 +610,13 @@ bool Reader::ReadNet(const wxXmlNode* p_pcNet) {
   for (std::size_t i = 0; i < m_cNet.transitions.size(); ++i) {
     const Transition& l_rTransition = m_cNet.transitions[i];
     if (l_rTransition.rateKind == RateKind::Parameter &&
-        m_cNet.FindParameter(l_rTransition.parameterName) == kNoIndex) {
-      m_sError = m_sSource + ": line " + std::to_string(m_anTransitionLines[i]) + ": transition '" +
-                 l_rTransition.id + "' refers to the unknown parameter '" +
-                 l_rTransition.parameterName + "'";
-      return false;
-    }
+        m_cNet.FindParameter(l_rTransition.parameterName) == kNoIndex)
+      return FailAt(m_anTransitionLines[i], "transition '" + l_rTransition.id +
+                                                "' refers to the unknown parameter '" +
+                                                l_rTransition.parameterName + "'");
   }
   if (!ResolveArcs()) return false;
+  if (!CheckFunctions()) return false;
   std::string l_sProblem = m_cNet.Validate();
   if (!l_sProblem.empty()) return Fail(nullptr, l_sProblem);
   return true;
@@ -600,27 +682,7 @@ PnmlLoadResult LoadPnmlText(const std::string& p_sDocument, const std::string& p
   return l_cReader.Read(p_sDocument);
 }
 
-PnmlLoadResult LoadPnmlFile(const std::string& p_sPath) {
-  PnmlLoadResult l_cResult;
-  std::unique_ptr<std::FILE, int (*)(std::FILE*)> l_pFile(std::fopen(p_sPath.c_str(), "rb"),
-                                                          &std::fclose);
-  if (!l_pFile) {
-    l_cResult.error = p_sPath + ": cannot open the file (" + std::strerror(errno) + ")";
-    return l_cResult;
-  }
-  std::string l_sDocument;
-  char l_acBuffer[65536];
-  for (;;) {
-    std::size_t l_nRead = std::fread(l_acBuffer, 1, sizeof(l_acBuffer), l_pFile.get());
-    l_sDocument.append(l_acBuffer, l_nRead);
-    if (l_nRead < sizeof(l_acBuffer)) break;
-  }
-  if (std::ferror(l_pFile.get())) {
-    l_cResult.error = p_sPath + ": cannot read the file (" + std::strerror(errno) + ")";
-    return l_cResult;
-  }
-  return LoadPnmlText(l_sDocument, p_sPath);
-}
+PnmlLoadResult LoadPnmlFile(const std::string& p_sPath) { return LoadFileWith(p_sPath, LoadPnmlText); }
 
 }  // namespace sim
 }  // namespace quor

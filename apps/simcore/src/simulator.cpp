@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "simcore/simulator.h"
 
+#include <algorithm>
 #include <cmath>
 #include <map>
+#include <set>
 #include <stdexcept>
 
 #include "simcore/odeSimulator.h"
@@ -36,6 +38,7 @@ Simulator::Simulator(const Net& p_rNet) : m_cNet(p_rNet) {
       l_acChange[l_rArc.transition][l_rArc.place] += l_rArc.weight;
     }
   }
+  std::unique_ptr<RateSymbols> l_pcSymbols;
   for (std::size_t j = 0; j < m_acTransitions.size(); ++j) {
     CompiledTransition& l_rCompiled = m_acTransitions[j];
     for (const std::pair<const std::size_t, double>& l_rInput : l_acInputs[j])
@@ -46,6 +49,18 @@ Simulator::Simulator(const Net& p_rNet) : m_cNet(p_rNet) {
     l_rCompiled.parameter = l_rTransition.rateKind == RateKind::Parameter ? l_rTransition.parameter
                                                                            : kNoIndex;
     l_rCompiled.constant = l_rTransition.rateValue;
+    std::set<std::size_t> l_anReads;
+    for (const std::pair<std::size_t, double>& l_rInput : l_rCompiled.inputs)
+      l_anReads.insert(l_rInput.first);
+    if (l_rTransition.rateKind == RateKind::Function) {
+      if (!l_pcSymbols) l_pcSymbols.reset(new RateSymbols(m_cNet));
+      std::string l_sProblem;
+      l_rCompiled.function = CompileTransitionRate(l_rTransition, *l_pcSymbols, &l_sProblem);
+      // Validate compiled it already.
+      if (!l_rCompiled.function) throw std::invalid_argument(l_sProblem);
+      l_anReads.insert(l_rCompiled.function->Places().begin(), l_rCompiled.function->Places().end());
+    }
+    l_rCompiled.reads.assign(l_anReads.begin(), l_anReads.end());
   }
   NetState l_cState = m_cNet.InitialState();
   m_dTime = l_cState.time;
@@ -101,14 +116,37 @@ void Simulator::Reset() {
 
 double Simulator::RateConstant(std::size_t p_nTransition) const {
   const CompiledTransition& l_rCompiled = m_acTransitions.at(p_nTransition);
-  return l_rCompiled.parameter == kNoIndex ? l_rCompiled.constant
-                                           : m_adParameters[l_rCompiled.parameter];
+  return l_rCompiled.function ? std::nan("") : Constant(l_rCompiled);
 }
 
 std::vector<double> Simulator::Rates() const {
   std::vector<double> l_adRates(m_acTransitions.size());
-  for (std::size_t j = 0; j < m_acTransitions.size(); ++j) l_adRates[j] = Rate(j, m_adMarking);
+  for (std::size_t j = 0; j < m_acTransitions.size(); ++j)
+    l_adRates[j] = Rate(j, m_adMarking.data(), m_dTime);
   return l_adRates;
+}
+
+bool Simulator::FunctionRate(std::size_t p_nTransition, const double* p_pdX, double p_dTime,
+                             double& p_rdRate, std::string* p_psError) const {
+  const RateFunction& l_rFunction = *m_acTransitions[p_nTransition].function;
+  p_rdRate = l_rFunction.Evaluate(p_pdX, m_adParameters.data(), p_dTime);
+  if (IsUsableNumber(p_rdRate)) return true;
+  SetError(p_psError, m_cNet.transitions[p_nTransition].Describe() + ": the rate function '" +
+                          l_rFunction.Text() + "' gave " + FormatDouble(p_rdRate) + " at t = " +
+                          FormatDouble(p_dTime) + " (a rate must be a finite number >= 0)");
+  return false;
+}
+
+bool Simulator::CheckTarget(double p_dTime) {
+  if (!std::isfinite(p_dTime)) {
+    Fail("the target time " + FormatDouble(p_dTime) + " is not finite");
+    return false;
+  }
+  if (p_dTime < m_dTime) {
+    Fail("cannot go back in time from " + FormatDouble(m_dTime) + " to " + FormatDouble(p_dTime));
+    return false;
+  }
+  return true;
 }
 
 bool Simulator::SetMarking(std::size_t p_nPlace, double p_dValue, std::string* p_psError) {
@@ -123,6 +161,7 @@ bool Simulator::SetMarking(std::size_t p_nPlace, double p_dValue, std::string* p
     return false;
   }
   m_adMarking[p_nPlace] = AdaptMarking(p_dValue);
+  MarkingSet(p_nPlace);
   StateChanged(false);
   return true;
 }
@@ -139,13 +178,14 @@ bool Simulator::SetParameter(std::size_t p_nParameter, double p_dValue, std::str
     return false;
   }
   m_adParameters[p_nParameter] = p_dValue;
+  ParameterSet(p_nParameter);
   StateChanged(false);
   return true;
 }
 
 std::vector<SimulatorKind> AvailableSimulators() {
-  return {{"continuous", "Continuous: mass-action ODEs, Dormand-Prince 5(4)"},
-          {"stochastic", "Stochastic: Gillespie's direct method"}};
+  return {{"continuous", "Continuous: ODEs, CVODE (BDF, Adams) or Dormand-Prince 5(4)"},
+          {"stochastic", "Stochastic: Gillespie's direct method, ensembles of runs"}};
 }
 
 std::unique_ptr<Simulator> CreateSimulator(const std::string& p_sKind, const Net& p_rNet,

@@ -49,6 +49,7 @@ bool ParseUInt64(const std::string& p_sText, std::uint64_t& p_rnValue) {
 }
 
 std::string FormatDouble(double p_dValue) {
+  if (std::isnan(p_dValue)) return std::string("nan");  // never "-nan"
   char l_acBuffer[64];
   std::to_chars_result l_cResult =
       std::to_chars(l_acBuffer, l_acBuffer + sizeof(l_acBuffer), p_dValue);

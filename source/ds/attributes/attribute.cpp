@@ -9,9 +9,6 @@
 #include "quor/coding.h"
 #include "quor/steeringBase.h"
 
-#include <cstring>
-#include <memory>
-
 namespace quor {
 
 Attribute::Attribute(const wxString& p_sName, const wxString& p_sValue)
@@ -75,22 +72,18 @@ bool Attribute::UnPackText(coding::Reader& p_cReader, wxString* p_sValue) {
   return true;
 }
 
-// The received bytes are copied so that they can be zero-terminated for the
-// decoder (UTF-8, with one character per byte when the bytes are not
-// UTF-8). A zero byte among them ends the text there.
+// The received bytes are decoded (UTF-8, with one character per byte when
+// the bytes are not UTF-8); a zero byte among them ends the text there.
 //
-// When the copy cannot be allocated the text is "" ("Error: cannot allocate
+// When the text cannot be allocated it is "" ("Error: cannot allocate
 // memory" is logged), and the caller still moves past the n bytes.
 wxString Attribute::UnPackString(const char* p_pData, const unsigned int& p_nCount) {
   if (p_nCount == 0) return wxT("");
   CHECK_POINTER(p_pData, return wxT(""));
 
-  char* l_pBuffer = NULL;
-  TRY_ALLOC(l_pBuffer = NewBlock(static_cast<unsigned long long>(p_nCount) + 1), return wxT(""));
-  std::unique_ptr<char[]> l_cOwner(l_pBuffer);
-  std::memcpy(l_pBuffer, p_pData, p_nCount);
-  l_pBuffer[p_nCount] = '\0';
-  return SteeringBase::StrTowxString(l_pBuffer);
+  wxString l_sText;
+  TRY_ALLOC(l_sText = coding::DecodeText(p_pData, p_nCount), return wxT(""));
+  return l_sText;
 }
 
 // Scalars: the value's own bytes, at the width of its type.

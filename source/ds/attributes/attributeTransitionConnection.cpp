@@ -55,13 +55,19 @@ unsigned int AttributeTransitionConnection::PackValue(void* p_pBuffer) {
 }
 
 // The records are read into a new list that replaces this one only when all
-// of it was read: on a refused read the arcs are unchanged.
+// of it was read: on a refused read the arcs are unchanged. The count has
+// been checked against the bytes already in the block and charged at a
+// record's cost, so the list is sized for it at once.
 unsigned int AttributeTransitionConnection::UnPackValue(const void* p_pBuffer) {
   coding::Reader l_cReader(p_pBuffer);
   unsigned int l_nCount = 0;
-  if (!l_cReader.GetCount(&l_nCount, PACKED_EMPTY_RECORD_SIZE)) return l_cReader.Consumed();
-  std::vector<Transitions> l_aValue(l_nCount);
-  for (Transitions& l_cRecord : l_aValue) {
+  if (!l_cReader.GetCount(&l_nCount, PACKED_EMPTY_RECORD_SIZE, sizeof(Transitions)))
+    return l_cReader.Consumed();
+  std::vector<Transitions> l_aValue;
+  l_aValue.reserve(l_nCount);
+  for (unsigned int l_n = 0; l_n < l_nCount; ++l_n) {
+    l_aValue.emplace_back();
+    Transitions& l_cRecord = l_aValue.back();
     l_cReader.Skip(UnPackVector(l_cReader.Position(), l_cRecord.m_anPrePlacePositions));
     l_cReader.Skip(UnPackVector(l_cReader.Position(), l_cRecord.m_anPostPlacePositions));
     l_cReader.Skip(UnPackVectorConnection(l_cReader.Position(), l_cRecord.m_acPreConnections));
@@ -108,7 +114,7 @@ unsigned int AttributeTransitionConnection::UnPackVector(
     const void* p_pBuffer, std::vector<unsigned long long>& p_anList) {
   coding::Reader l_cReader(p_pBuffer);
   unsigned int l_nCount = 0;
-  if (l_cReader.GetCount(&l_nCount, sizeof(unsigned long long))) {
+  if (l_cReader.GetCount(&l_nCount, sizeof(unsigned long long), sizeof(unsigned long long))) {
     l_cReader.GetArray(l_nCount, &p_anList);
   }
   return l_cReader.Consumed();
@@ -119,14 +125,15 @@ unsigned int AttributeTransitionConnection::UnPackVectorConnection(
     const void* p_pBuffer, std::vector<PlaceTransitionConnection>& p_acList) {
   coding::Reader l_cReader(p_pBuffer);
   unsigned int l_nCount = 0;
-  if (!l_cReader.GetCount(&l_nCount, PACKED_CONNECTION_SIZE)) return l_cReader.Consumed();
-  std::vector<PlaceTransitionConnection> l_acList(l_nCount);
-  for (PlaceTransitionConnection& l_cConnection : l_acList) {
+  if (!l_cReader.GetCount(&l_nCount, PACKED_CONNECTION_SIZE, sizeof(PlaceTransitionConnection)))
+    return l_cReader.Consumed();
+  std::vector<PlaceTransitionConnection> l_acList;
+  l_acList.reserve(l_nCount);  // checked against the block and charged, as above
+  for (unsigned int l_n = 0; l_n < l_nCount; ++l_n) {
     int32_t l_nType = 0;
-    if (!l_cReader.Get(&l_nType) || !l_cReader.Get(&l_cConnection.weight)) {
-      return l_cReader.Consumed();
-    }
-    l_cConnection.type = static_cast<ConnectionType>(l_nType);
+    double l_dWeight = 0.0;
+    if (!l_cReader.Get(&l_nType) || !l_cReader.Get(&l_dWeight)) return l_cReader.Consumed();
+    l_acList.push_back(PlaceTransitionConnection{static_cast<ConnectionType>(l_nType), l_dWeight});
   }
   p_acList.swap(l_acList);
   return l_cReader.Consumed();

@@ -28,23 +28,17 @@ unsigned int SendFixedList(SteeringBase* p_pcCommunicator, const std::vector<T>&
                                sizeof(T));
 }
 
-// The mirror of SendFixedList. The list is emptied first; a count that
-// cannot be received gives FAILURE (not the transport's code); a count of 0
-// leaves the list empty and gives 1; otherwise the elements are received
-// straight into the resized list. One value carries at most 2^32 - 1 bytes,
-// so a count whose elements would not fit in one is refused with FAILURE
-// before anything is sized by it.
+// The mirror of SendFixedList (SteeringBase::ReceiveArray): the list is
+// emptied first; a count that cannot be received gives FAILURE (not the
+// transport's code); a count of 0 leaves the list empty and gives 1;
+// otherwise the elements are received straight into the list once they have
+// arrived. A count whose elements would not fit one value, or would cost
+// more than the communicator's value limit, is refused with "Error: cannot
+// allocate memory" and FAILURE before anything is sized by it.
 template <typename T>
 unsigned int ReceiveFixedList(SteeringBase* p_pcCommunicator, std::vector<T>& p_aList) {
   CHECK_POINTER(p_pcCommunicator, return FAILURE);
-  p_aList.clear();
-  unsigned long long l_nCount = 0;
-  if (p_pcCommunicator->ReceiveValue(&l_nCount, sizeof(l_nCount)) != 1) return FAILURE;
-  if (l_nCount == 0) return 1;
-  if (l_nCount > 0xFFFFFFFFull / sizeof(T)) return FAILURE;
-  TRY_ALLOC(p_aList.resize(l_nCount), return FAILURE);
-  return p_pcCommunicator->ReceiveValue(p_aList.data(),
-                                        static_cast<unsigned int>(l_nCount * sizeof(T)));
+  return p_pcCommunicator->ReceiveArray(p_aList);
 }
 
 // A packed count of 0 leaves the list as it was; any other count replaces
@@ -53,7 +47,7 @@ template <typename T>
 unsigned int UnPackFixedList(const void* p_pBuffer, std::vector<T>& p_aList) {
   coding::Reader l_cReader(p_pBuffer);
   unsigned int l_nCount = 0;
-  if (l_cReader.GetCount(&l_nCount, sizeof(T)) && l_nCount != 0) {
+  if (l_cReader.GetCount(&l_nCount, sizeof(T), sizeof(T)) && l_nCount != 0) {
     l_cReader.GetArray(l_nCount, &p_aList);
   }
   return l_cReader.Consumed();
@@ -215,14 +209,19 @@ unsigned int AttributeVectorString::PackValue(void* p_pBuffer) {
 
 // A count of 0 empties the list. The strings are decoded into a new list
 // that replaces this one only when every string was read: on a refused read
-// the list is unchanged.
+// the list is unchanged. The count has been checked against the bytes
+// already in the block and charged at a string's cost, so the list is sized
+// for it at once.
 unsigned int AttributeVectorString::UnPackValue(const void* p_pBuffer) {
   coding::Reader l_cReader(p_pBuffer);
   unsigned int l_nCount = 0;
-  if (!l_cReader.GetCount(&l_nCount, 4)) return l_cReader.Consumed();
-  std::vector<wxString> l_asValue(l_nCount);
-  for (wxString& l_sValue : l_asValue) {
+  if (!l_cReader.GetCount(&l_nCount, 4, coding::TEXT_COST)) return l_cReader.Consumed();
+  std::vector<wxString> l_asValue;
+  l_asValue.reserve(l_nCount);
+  for (unsigned int l_n = 0; l_n < l_nCount; ++l_n) {
+    wxString l_sValue;
     if (!UnPackText(l_cReader, &l_sValue)) return l_cReader.Consumed();
+    l_asValue.push_back(l_sValue);
   }
   m_aValue.swap(l_asValue);
   return l_cReader.Consumed();

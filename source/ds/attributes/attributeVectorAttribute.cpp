@@ -3,10 +3,76 @@
 // does not own.
 #include "quor/attributeVectorAttribute.h"
 
+#include "quor/attributeStruct.h"
 #include "quor/coding.h"
 #include "quor/steeringBase.h"
 
 namespace quor {
+
+namespace {
+
+// The fewest bytes an element of the prototype's shape packs into: a
+// scalar's width, a record's fields together, a count for a text or a list.
+unsigned long long LeastPackedSize(Attribute* p_pcPrototype) {
+  if (p_pcPrototype == NULL) return 1;
+  switch (p_pcPrototype->GetAttributeType()) {
+    case ATTRIBUTE_INT:
+    case ATTRIBUTE_UINT:
+    case ATTRIBUTE_LONG:
+    case ATTRIBUTE_ULONG:
+    case ATTRIBUTE_DOUBLE:
+    case ATTRIBUTE_BOOL:
+      return p_pcPrototype->GetPackungSize();
+    case ATTRIBUTE_STRUCT: {
+      AttributeMap* l_pcFields = static_cast<AttributeStruct*>(p_pcPrototype)->GetAllFields();
+      unsigned long long l_nSize = 0;
+      if (l_pcFields != NULL) {
+        for (AttributeMap::value_type& l_cField : *l_pcFields)
+          l_nSize += LeastPackedSize(l_cField.second);
+      }
+      return l_nSize != 0 ? l_nSize : 1;
+    }
+    case ATTRIBUTE_STRING:
+    case ATTRIBUTE_VECTOR_DOUBLE:
+    case ATTRIBUTE_VECTOR_INT:
+    case ATTRIBUTE_VECTOR_ULONG:
+    case ATTRIBUTE_VECTOR_STRING:
+    case ATTRIBUTE_VECTOR_ATTRIBUTE:
+    case ATTRIBUTE_VECTOR_ULONG2ULONG:
+    case ATTRIBUTE_TRANSITION_CONNECTION:
+      return 4;
+    default:
+      return 1;
+  }
+}
+
+// A heap block's bookkeeping, on top of what it holds.
+constexpr unsigned long long HEAP_BLOCK_OVERHEAD = 16;
+
+unsigned long long TextMemory(const wxString& p_sText) {
+  return (p_sText.length() + 1) * coding::TEXT_CHARACTER_COST + HEAP_BLOCK_OVERHEAD;
+}
+
+}  // namespace
+
+unsigned long long ClonedMemory(Attribute* p_pcPrototype) {
+  if (p_pcPrototype == NULL) return 0;
+  unsigned long long l_nSize = sizeof(AttributeVectorAttribute) + HEAP_BLOCK_OVERHEAD +
+                               TextMemory(p_pcPrototype->GetName()) +
+                               TextMemory(p_pcPrototype->GetValueString());
+  if (p_pcPrototype->GetAttributeType() != ATTRIBUTE_STRUCT) {
+    const unsigned int l_nPacked = p_pcPrototype->GetPackungSize();
+    return l_nSize + (l_nPacked == FAILURE ? 0 : l_nPacked * coding::TEXT_CHARACTER_COST);
+  }
+  AttributeMap* l_pcFields = static_cast<AttributeStruct*>(p_pcPrototype)->GetAllFields();
+  if (l_pcFields == NULL) return l_nSize;
+  l_nSize += sizeof(AttributeMap) + HEAP_BLOCK_OVERHEAD;
+  for (AttributeMap::value_type& l_cField : *l_pcFields) {
+    l_nSize += sizeof(AttributeMap::value_type) + 4 * sizeof(void*) + HEAP_BLOCK_OVERHEAD +
+               TextMemory(l_cField.first) + ClonedMemory(l_cField.second);
+  }
+  return l_nSize;
+}
 
 AttributeVectorAttribute::AttributeVectorAttribute(const wxString& p_sName,
                                                    Attribute* p_pcProtoType)
@@ -62,6 +128,11 @@ unsigned int AttributeVectorAttribute::ReceiveValue(SteeringBase* p_pcCommunicat
   unsigned int l_nResult = p_pcCommunicator->ReceiveValue(&l_nCount, sizeof(l_nCount));
   if (l_nResult != 1) return l_nResult;
   const unsigned int l_nSize = static_cast<unsigned int>(l_nCount);
+  // The list grows one element at a time as the elements arrive; a count of
+  // more elements than the value limit can hold is refused before any.
+  TRY_ALLOC(p_pcCommunicator->RequireAffordable(
+                coding::Product(l_nSize, ClonedMemory(m_pcProtoType))),
+            return FAILURE);
   if (l_nSize < m_pcElements->size()) resize(l_nSize);
   for (unsigned int l_nIndex = 0; l_nIndex < l_nSize; ++l_nIndex) {
     Attribute* l_pcElement = ElementToFill(l_nIndex);
@@ -100,9 +171,10 @@ unsigned int AttributeVectorAttribute::PackValue(void* p_pBuffer) {
   return l_nOffset;
 }
 
-// In a bounded unpack a count that the rest of the block cannot hold (one
-// byte an element at the least) is refused before the list changes, and the
-// walk stops at the first element whose read was refused: the elements
+// In a bounded unpack a count that the rest of the block cannot hold (at the
+// least packed size of the prototype's shape an element), or whose clones
+// would go beyond the memory budget, is refused before the list changes, and
+// the walk stops at the first element whose read was refused: the elements
 // before it hold their new values, the list has grown up to it.
 unsigned int AttributeVectorAttribute::UnPackValue(const void* p_pBuffer) {
   CHECK_POINTER(m_pcElements, return 0);
@@ -110,7 +182,8 @@ unsigned int AttributeVectorAttribute::UnPackValue(const void* p_pBuffer) {
 
   coding::Reader l_cReader(p_pBuffer);
   unsigned int l_nSize = 0;
-  if (!l_cReader.GetCount(&l_nSize, 1)) return l_cReader.Consumed();
+  if (!l_cReader.GetCount(&l_nSize, LeastPackedSize(m_pcProtoType), ClonedMemory(m_pcProtoType)))
+    return l_cReader.Consumed();
   if (l_nSize < m_pcElements->size()) resize(l_nSize);
   for (unsigned int l_nIndex = 0; l_nIndex < l_nSize; ++l_nIndex) {
     Attribute* l_pcElement = ElementToFill(l_nIndex);

@@ -5,6 +5,8 @@
 #include <memory>
 #include <utility>
 
+#include "quor/keys.h"
+
 namespace quor {
 
 namespace {
@@ -41,39 +43,39 @@ ModelView::ModelView(const wxString& p_sName, wxSocketBase* p_pcSocket)
     : SteeringVector(p_pcSocket), m_pcCurveProtoType(NULL) {
   CHECK_POINTER(m_pcAttributeList, return);
 
-  AddSetting<Attribute>(this, wxT("VIEW_NAME"), p_sName);
-  AddSetting<Attribute>(this, wxT("VIEW_TITLE"), wxString());
-  AddSetting<Attribute>(this, wxT("X_AXIS_LABEL"), wxString());
-  AddSetting<Attribute>(this, wxT("Y_AXIS_LABEL"), wxString());
-  AddSetting<AttributeInt>(this, wxT("X_AXIS_VAR_TYPE"), 0);
-  AddSetting<Attribute>(this, wxT("X_AXIS_VAR_NAME"), wxString());
-  AddSetting<AttributeUint>(this, wxT("VIEWER_TYPE"), 0u);
-  AddSetting<AttributeUint>(this, wxT("VIEW_MATRIX_TYPE"), 0u);
-  AddSetting<AttributeInt>(this, wxT("DEFAULT_LINE_WIDTH"), 2);
-  AddSetting<AttributeInt>(this, wxT("DEFAULT_LINE_STYLE"), 100);
-  AddSetting<AttributeBool>(this, wxT("SHOW_LEGEND"), true);
-  AddSetting<AttributeInt>(this, wxT("LEGEND_HORIZONTAL_POSITION"), 32);
+  AddSetting<Attribute>(this, keys::VIEW_NAME, p_sName);
+  AddSetting<Attribute>(this, keys::VIEW_TITLE, wxString());
+  AddSetting<Attribute>(this, keys::X_AXIS_LABEL, wxString());
+  AddSetting<Attribute>(this, keys::Y_AXIS_LABEL, wxString());
+  AddSetting<AttributeInt>(this, keys::X_AXIS_VAR_TYPE, 0);
+  AddSetting<Attribute>(this, keys::X_AXIS_VAR_NAME, wxString());
+  AddSetting<AttributeUint>(this, keys::VIEWER_TYPE, 0u);
+  AddSetting<AttributeUint>(this, keys::VIEW_MATRIX_TYPE, 0u);
+  AddSetting<AttributeInt>(this, keys::DEFAULT_LINE_WIDTH, 2);
+  AddSetting<AttributeInt>(this, keys::DEFAULT_LINE_STYLE, 100);
+  AddSetting<AttributeBool>(this, keys::SHOW_LEGEND, true);
+  AddSetting<AttributeInt>(this, keys::LEGEND_HORIZONTAL_POSITION, 32);
   // The lower-case 'l' is part of the key: peers look it up by this text.
-  AddSetting<AttributeInt>(this, wxT("LEGEND_VERTICAl_POSITION"), 1);
-  AddSetting<AttributeBool>(this, wxT("FIXED_X_ADJUSTMENT"), false);
-  AddSetting<AttributeBool>(this, wxT("FIXED_Y_ADJUSTMENT"), false);
-  AddSetting<AttributeDouble>(this, wxT("MIN_X_VALUE"), 0.0);
-  AddSetting<AttributeDouble>(this, wxT("MAX_X_VALUE"), 1.0);
-  AddSetting<AttributeDouble>(this, wxT("MIN_Y_VALUE"), 0.0);
-  AddSetting<AttributeDouble>(this, wxT("MAX_Y_VALUE"), 1.0);
-  AddSetting<AttributeInt>(this, wxT("SORT_CURVE_BY"), 1);
+  AddSetting<AttributeInt>(this, keys::LEGEND_VERTICAl_POSITION, 1);
+  AddSetting<AttributeBool>(this, keys::FIXED_X_ADJUSTMENT, false);
+  AddSetting<AttributeBool>(this, keys::FIXED_Y_ADJUSTMENT, false);
+  AddSetting<AttributeDouble>(this, keys::MIN_X_VALUE, 0.0);
+  AddSetting<AttributeDouble>(this, keys::MAX_X_VALUE, 1.0);
+  AddSetting<AttributeDouble>(this, keys::MIN_Y_VALUE, 0.0);
+  AddSetting<AttributeDouble>(this, keys::MAX_Y_VALUE, 1.0);
+  AddSetting<AttributeInt>(this, keys::SORT_CURVE_BY, 1);
 
   // The curve record. Its packed form follows the key order of the field
   // names, not the order in which they are added here.
-  m_pcCurveProtoType = new AttributeStruct(wxT("CURVE_INFO_PROTOTYPE"));
-  m_pcCurveProtoType->AddField(new AttributeUlong(wxT("INDEX"), 0));
-  m_pcCurveProtoType->AddField(new AttributeInt(wxT("LINE_WIDTH"), 0));
-  m_pcCurveProtoType->AddField(new AttributeInt(wxT("LINE_STYLE"), 0));
-  m_pcCurveProtoType->AddField(new Attribute(wxT("CURVE_NAME"), wxT("")));
-  m_pcCurveProtoType->AddField(new Attribute(wxT("CURVE_COLOR_NAME"), wxT("")));
-  m_pcCurveProtoType->AddField(new AttributeUint(wxT("CURVE_TYPE"), 0));
-  m_pcCurveProtoType->AddField(new AttributeBool(wxT("SHOW"), false));
-  AddSetting<AttributeVectorAttribute>(this, wxT("CURVE_INFO"),
+  m_pcCurveProtoType = new AttributeStruct(keys::CURVE_INFO_PROTOTYPE);
+  m_pcCurveProtoType->AddField(new AttributeUlong(keys::CURVE_INDEX, 0));
+  m_pcCurveProtoType->AddField(new AttributeInt(keys::CURVE_LINE_WIDTH, 0));
+  m_pcCurveProtoType->AddField(new AttributeInt(keys::CURVE_LINE_STYLE, 0));
+  m_pcCurveProtoType->AddField(new Attribute(keys::CURVE_NAME, wxT("")));
+  m_pcCurveProtoType->AddField(new Attribute(keys::CURVE_COLOR_NAME, wxT("")));
+  m_pcCurveProtoType->AddField(new AttributeUint(keys::CURVE_TYPE, 0));
+  m_pcCurveProtoType->AddField(new AttributeBool(keys::CURVE_SHOW, false));
+  AddSetting<AttributeVectorAttribute>(this, keys::CURVE_INFO,
                                        static_cast<Attribute*>(m_pcCurveProtoType));
 }
 
@@ -87,23 +89,20 @@ Attribute* ModelView::GetAttribute(const wxString& p_sName) {
   return (*m_pcAttributeList)[p_sName];
 }
 
-wxString ModelView::GetName() { return GetAttributeValueString(wxT("VIEW_NAME")); }
+wxString ModelView::GetName() { return GetAttributeValueString(keys::VIEW_NAME); }
 
 void ModelView::SetName(const wxString& p_sName) {
-  SetAttributeValue(wxT("VIEW_NAME"), p_sName);
+  SetAttributeValue(keys::VIEW_NAME, p_sName);
 }
 
-wxString ModelView::GetTitle() { return GetAttributeValueString(wxT("VIEW_TITLE")); }
+wxString ModelView::GetTitle() { return GetAttributeValueString(keys::VIEW_TITLE); }
 
 void ModelView::SetTitle(const wxString& p_sTitle) {
-  SetAttributeValue(wxT("VIEW_TITLE"), p_sTitle);
+  SetAttributeValue(keys::VIEW_TITLE, p_sTitle);
 }
 
 AttributeVectorAttribute* ModelView::GetCurves() {
-  if (m_pcAttributeList == NULL) return NULL;
-  AttributeList::iterator l_itCurves = m_pcAttributeList->find(wxT("CURVE_INFO"));
-  if (l_itCurves == m_pcAttributeList->end()) return NULL;
-  return dynamic_cast<AttributeVectorAttribute*>(l_itCurves->second);
+  return FindAttribute<AttributeVectorAttribute>(keys::CURVE_INFO);
 }
 
 void ModelView::AddNewCurve(const unsigned long long& p_nIndex, wxString& p_sName,
@@ -118,13 +117,13 @@ void ModelView::AddNewCurve(const unsigned long long& p_nIndex, wxString& p_sNam
   CHECK_POINTER(l_pcCurve, return);
 
   const std::pair<const wxChar*, std::function<bool(Attribute*)> > l_aFields[] = {
-      {wxT("INDEX"), Typed<AttributeUlong>(p_nIndex)},
-      {wxT("CURVE_NAME"), Text(p_sName)},
-      {wxT("CURVE_TYPE"), Typed<AttributeUint>(static_cast<unsigned int>(p_eCurveType))},
-      {wxT("LINE_WIDTH"), Typed<AttributeInt>(p_nLineWidth)},
-      {wxT("LINE_STYLE"), Typed<AttributeInt>(p_nLineStyle)},
-      {wxT("CURVE_COLOR_NAME"), Text(p_sColourName)},
-      {wxT("SHOW"), Typed<AttributeBool>(p_bShow)}};
+      {keys::CURVE_INDEX, Typed<AttributeUlong>(p_nIndex)},
+      {keys::CURVE_NAME, Text(p_sName)},
+      {keys::CURVE_TYPE, Typed<AttributeUint>(static_cast<unsigned int>(p_eCurveType))},
+      {keys::CURVE_LINE_WIDTH, Typed<AttributeInt>(p_nLineWidth)},
+      {keys::CURVE_LINE_STYLE, Typed<AttributeInt>(p_nLineStyle)},
+      {keys::CURVE_COLOR_NAME, Text(p_sColourName)},
+      {keys::CURVE_SHOW, Typed<AttributeBool>(p_bShow)}};
   for (const auto& l_cField : l_aFields) {
     Attribute* l_pcAttribute = l_pcCurve->GetField(l_cField.first);
     // A field of the wrong class counts as missing.
@@ -171,6 +170,17 @@ unsigned int ModelView::SendView(wxSocketBase* p_pcSocket) {
 unsigned int ModelView::ReceiveView(wxSocketBase* p_pcSocket) {
   SetClientSocket(p_pcSocket);
   return ReceiveAttributes();
+}
+
+unsigned long long ModelView::MemoryOfOne() {
+  static const unsigned long long s_nMemory = [] {
+    ModelView l_cView(wxT(""), NULL);
+    unsigned long long l_nMemory = sizeof(ModelView) + ClonedMemory(l_cView.m_pcCurveProtoType);
+    for (AttributeList::value_type& l_cEntry : *l_cView.m_pcAttributeList)
+      l_nMemory += ClonedMemory(l_cEntry.second);
+    return l_nMemory;
+  }();
+  return s_nMemory;
 }
 
 }  // namespace quor

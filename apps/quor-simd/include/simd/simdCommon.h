@@ -12,21 +12,10 @@
 
 #include "quor/simulatorState.h"
 #include "quor/steeringcontrol.h"
+#include "quorapp/text.h"
 
 namespace quor {
 namespace simd {
-
-// The simulator-state codes are the library's (quor/simulatorState.h).
-// These old names stand for them only until the steering demo and the
-// engine's model tests, which still use them, move to the library's names;
-// the server itself does not use them.
-constexpr int STATE_IDLE = SIMULATOR_IDLE;
-constexpr int STATE_RUNNING = SIMULATOR_RUNNING;
-constexpr int STATE_PAUSED = SIMULATOR_PAUSED;
-constexpr int STATE_STOPPED = SIMULATOR_STOPPED;
-constexpr int STATE_FINISHED = SIMULATOR_FINISHED;
-constexpr int STATE_FAILED = SIMULATOR_FAILED;
-inline const char* StateName(int p_nState) { return SimulatorStateName(p_nState); }
 
 // The simulators of the engine, each in a category of its own:
 // {"Continuous", 0, {"continuous"}}, {"Stochastic", 1, {"stochastic"}}.
@@ -41,8 +30,8 @@ bool ResolveSimulator(const wxString& p_sText, wxString& p_sCategory, wxString& 
 extern const char* const DEFAULT_SIMULATOR;
 
 // UTF-8 text of the engine and wxString of the library.
-wxString FromStd(const std::string& p_sText);
-std::string ToStd(const wxString& p_sText);
+using app::FromStd;
+using app::ToStd;
 
 // One log line through wxWidgets' log target: level 1 "Error: ",
 // 2 "Warning: ", 3 "Notice: ". Unlike the library's LOG, the text is never

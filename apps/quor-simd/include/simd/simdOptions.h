@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 // The command line of quor-simd:
 //   --port N       the listening port (default 3000; 0: any free port)
-//   --model FILE   a PNML net to serve (may be repeated; none: the built-in
-//                  SIR net)
-//   --help         the usage text
+//   --bind ADDR    the local address to listen on (default 127.0.0.1: this
+//                  machine only; 0.0.0.0: every address)
+//   --model FILE   a net to serve (may be repeated; none: the built-in SIR
+//                  net)
+//   --help, --version, and the exit statuses of every program (see
+//   quorapp/program.h)
 #ifndef QUOR_SIMD_SIMDOPTIONS_H
 #define QUOR_SIMD_SIMDOPTIONS_H
 
@@ -12,29 +15,26 @@
 #include <string>
 #include <vector>
 
-class wxCmdLineParser;
+#include "quorapp/program.h"
 
 namespace quor {
 namespace simd {
 
 struct SimdOptions {
   unsigned int port = 3000;
+  // Loopback by default: the protocol has no authentication.
+  std::string address = "127.0.0.1";
   std::vector<std::string> models;  // in the order given
 };
 
-enum class ParseOutcome {
-  RUN,   // the options are usable
-  HELP,  // --help: show the usage text and end successfully
-  ERROR  // the message says what is wrong (the usage text follows it)
-};
+using ParseOutcome = app::ParseOutcome;
 
-// Parses a prepared command-line parser without printing anything. HELP:
-// p_rsMessage is the usage text; ERROR: wxWidgets' complaint followed by the
-// usage text; RUN: p_rsMessage is left alone. Shared by the programs.
-ParseOutcome ParseCommandLine(wxCmdLineParser& p_rParser, wxString& p_rsMessage);
+// The program's name and purpose (--help, --version, messages).
+extern const app::ProgramInfo PROGRAM;
 
-// Reads argv[1..argc-1]. p_rsMessage receives the usage text (HELP) or the
-// error and the usage text (ERROR); it is left empty for RUN.
+// Reads argv[1..argc-1] without printing anything. p_rsMessage receives the
+// usage text (HELP), the version text (VERSION) or the error and how to use
+// the program (ERROR); it is left empty for RUN.
 ParseOutcome ParseSimdOptions(int p_nArgc, wxChar** p_apArgv, SimdOptions& p_rOptions,
                               wxString& p_rsMessage);
 

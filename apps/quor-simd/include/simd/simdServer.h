@@ -31,9 +31,11 @@ class SimdServer {
   // Serves a net (see SimulationHandler::AddNet); returns its model id.
   int AddNet(const sim::Net& p_rNet);
 
-  // Listens on the port (0: one the system picks) and starts serving.
-  // False when the port cannot be used or the server was started before.
-  bool Start(unsigned int p_nPort);
+  // Listens on the port (0: one the system picks) of the local address
+  // (see SteeringServer::SetAddress; empty: every address) and starts
+  // serving. False when the port cannot be used or the server was started
+  // before.
+  bool Start(unsigned int p_nPort, const wxString& p_sAddress = wxT("127.0.0.1"));
   // The port listened on, after a successful Start.
   unsigned int GetPort();
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // The place/transition net that the simulation engine runs: places with an
-// initial marking, transitions with a mass-action rate constant (a number or
-// a named parameter), weighted arcs, named parameters and a suggested output
-// grid.
+// initial marking, transitions with a rate (a mass-action rate constant, a
+// number or a named parameter, or a rate function), weighted arcs, named
+// parameters and a suggested output grid.
 //
 // Places, transitions and parameters keep the order in which they were
 // defined (for a PNML file: document order, pages included), and everything
@@ -29,10 +29,11 @@ struct Place {
   double initialMarking = 0.0;  // finite, >= 0
 };
 
-// How a transition's mass-action rate constant is given.
+// How a transition's rate is given.
 enum class RateKind {
-  Constant,  // the number in Transition::rateValue
-  Parameter  // the current value of the parameter Transition::parameter
+  Constant,   // mass action with the number in Transition::rateValue
+  Parameter,  // mass action with the current value of Transition::parameter
+  Function    // the value of the expression Transition::function (see rateFunction.h)
 };
 
 struct Transition {
@@ -42,6 +43,13 @@ struct Transition {
   double rateValue = 1.0;           // used when rateKind == Constant; >= 0
   std::string parameterName;        // used when rateKind == Parameter
   std::size_t parameter = kNoIndex; // position of parameterName in Net::parameters
+  std::string function;             // used when rateKind == Function
+
+  // The rate as text, as it travels in a model's "TRANSITION_FUNCTIONS":
+  // the number ("0.25"), the parameter's name, or the function.
+  std::string RateText() const;
+  // "transition 'name'", with the id as well when it differs from the name.
+  std::string Describe() const;
 };
 
 // An arc joins a place and a transition. input == true: place -> transition
@@ -108,6 +116,9 @@ struct Net {
   std::size_t AddParameter(const std::string& p_sName, double p_dValue);
   std::size_t AddTransition(const std::string& p_sId, double p_dRate);
   std::size_t AddParameterTransition(const std::string& p_sId, const std::string& p_sParameter);
+  std::size_t AddFunctionTransition(const std::string& p_sId, const std::string& p_sFunction);
+  // A transition whose rate is given as text (SetRate below).
+  std::size_t AddRateTransition(const std::string& p_sId, const std::string& p_sRate);
   void AddInputArc(const std::string& p_sPlace, const std::string& p_sTransition,
                    double p_dWeight = 1.0);
   void AddOutputArc(const std::string& p_sTransition, const std::string& p_sPlace,
@@ -115,11 +126,24 @@ struct Net {
   // Throws std::invalid_argument for an unknown place or transition.
   void AddArc(const std::string& p_sPlace, const std::string& p_sTransition, double p_dWeight,
               bool p_bInput);
+  // The same by positions, in constant time (for large nets); Validate
+  // checks them.
+  void AddArc(std::size_t p_nPlace, std::size_t p_nTransition, double p_dWeight, bool p_bInput);
+
+  // Sets the rate of transition p_nTransition from text, the way a rate
+  // travels in "TRANSITION_FUNCTIONS": a number means mass action with
+  // that constant, the name of one of the net's parameters (exactly, blanks
+  // around it aside) mass action with that parameter, anything else is a
+  // rate function. Define the parameters first.
+  void SetRate(std::size_t p_nTransition, const std::string& p_sRate);
+  // The same for a transition that is not (yet) part of the net.
+  void SetRate(Transition& p_rTransition, const std::string& p_sRate) const;
 
   // Empty when the net is consistent (unique ids, arcs and parameter
-  // references resolved, numbers finite and not negative, usable grid);
-  // else the first problem found. Resolves Transition::parameter from
-  // parameterName on the way.
+  // references resolved, numbers finite and not negative, rate functions
+  // that compile and give a finite rate >= 0 in the initial state, usable
+  // grid); else the first problem found. Resolves Transition::parameter
+  // from parameterName on the way.
   std::string Validate();
 
   // Time grid.start, the initial marking and the parameter values.

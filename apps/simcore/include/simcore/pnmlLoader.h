@@ -3,29 +3,19 @@
 // rate constants and parameters of this engine taken from
 // <toolspecific tool="quor" version="1"> elements (described in the README, "Nets as PNML files").
 //
-// The loader is a pure function of the file's bytes: it keeps no state, so a
-// bad file never affects another load, and it may run on any thread without
-// an event loop. It uses wxXmlDocument; the program must have initialised
-// wxWidgets (wxInitializer) before the first call.
+// Like every loader (netLoader.h) a pure function of the file's bytes.
 #ifndef QUOR_SIMCORE_PNMLLOADER_H
 #define QUOR_SIMCORE_PNMLLOADER_H
 
 #include <string>
 
-#include "simcore/net.h"
+#include "simcore/netLoader.h"
 
 namespace quor {
 namespace sim {
 
-struct PnmlLoadResult {
-  bool ok = false;
-  Net net;            // complete and validated when ok
-  // When not ok: "<source>: <problem>", or "<source>: line N: <problem>"
-  // when the problem has a place in the file.
-  std::string error;
-
-  explicit operator bool() const { return ok; }
-};
+// A loaded net or the reason why not (netLoader.h).
+using PnmlLoadResult = NetLoadResult;
 
 // Reads and checks the file p_sPath. Errors name the file as given.
 PnmlLoadResult LoadPnmlFile(const std::string& p_sPath);

@@ -10,7 +10,7 @@
 // changes to that thread. The only thing another thread may touch is the
 // abort flag given to SetAbortFlag().
 //
-// Rate law (mass action). Transition j with rate constant k_j and input
+// Rate law. Mass action: transition j with rate constant k_j and input
 // arcs of weight w_p from places p:
 //   continuous: flux_j = k_j * prod_p max(x_p, 0)^w_p
 //   stochastic: propensity_j = k_j * prod_p C(x_p, w_p), C the binomial
@@ -18,10 +18,15 @@
 // For weights 0 and 1 both agree; for weight 2 the stochastic law counts
 // unordered pairs (x(x-1)/2), so the continuous limit of a stochastic run
 // is k x^2 / 2, not k x^2.
+// A rate function is the flux (continuous) or the propensity (stochastic;
+// 0 while an input place holds fewer tokens than its arc's weight) itself.
+// It must give a finite value >= 0: anything else ends the run with an
+// error that names the transition and the time.
 #ifndef QUOR_SIMCORE_SIMULATOR_H
 #define QUOR_SIMCORE_SIMULATOR_H
 
 #include <atomic>
+#include <cmath>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -30,6 +35,7 @@
 #include <vector>
 
 #include "simcore/net.h"
+#include "simcore/rateFunction.h"
 
 namespace quor {
 namespace sim {
@@ -60,6 +66,8 @@ struct CompiledTransition {
   std::vector<std::pair<std::size_t, double>> change;  // (place, post - pre), != 0
   std::size_t parameter = kNoIndex;  // rate constant from this parameter, or
   double constant = 1.0;             // this number when parameter == kNoIndex
+  std::unique_ptr<RateFunction> function;  // the rate, when given by a function
+  std::vector<std::size_t> reads;  // places the rate depends on, ascending
 };
 
 enum class AdvanceStatus {
@@ -101,8 +109,9 @@ class Simulator {
   const std::vector<double>& Marking() const { return m_adMarking; }
   const std::vector<double>& ParameterValues() const { return m_adParameters; }
   // The current rate of each transition under this simulator's rate law.
-  std::vector<double> Rates() const;
-  // The rate constant that transition p_nTransition uses now.
+  virtual std::vector<double> Rates() const;
+  // The mass-action rate constant that transition p_nTransition uses now
+  // (NaN for a transition with a rate function).
   double RateConstant(std::size_t p_nTransition) const;
 
   // Steering: the value holds from the current time on. False with a
@@ -110,6 +119,10 @@ class Simulator {
   // The stochastic simulator rounds markings to whole numbers.
   bool SetMarking(std::size_t p_nPlace, double p_dValue, std::string* p_psError = nullptr);
   bool SetParameter(std::size_t p_nParameter, double p_dValue, std::string* p_psError = nullptr);
+
+  // What a run of this simulator did beyond its output points, for the
+  // log ("400 runs"); empty when there is nothing to say.
+  virtual std::string Summary() const { return std::string(); }
 
   // While *p_pbFlag is true, AdvanceTo returns Aborted soon (it looks at the
   // flag every few hundred steps or events). nullptr: no flag.
@@ -124,8 +137,58 @@ class Simulator {
   // Called after Reset, SetMarking and SetParameter: forget whatever was
   // prepared for the old state (step size, pending event).
   virtual void StateChanged(bool p_bReset) = 0;
-  // One transition's rate under this simulator's law at marking p_rdX.
-  virtual double Rate(std::size_t p_nTransition, const std::vector<double>& p_rdX) const = 0;
+  // Called by SetMarking and SetParameter after the value was stored, before
+  // StateChanged(false); for simulators that keep more than one state.
+  virtual void MarkingSet(std::size_t p_nPlace) { (void)p_nPlace; }
+  virtual void ParameterSet(std::size_t p_nParameter) { (void)p_nParameter; }
+  // One transition's rate under this simulator's law at marking p_pdX and
+  // time p_dTime.
+  virtual double Rate(std::size_t p_nTransition, const double* p_pdX, double p_dTime) const = 0;
+
+  // The mass-action part of the laws: the rate constant now, the
+  // continuous flux and the stochastic propensity of a transition without
+  // a rate function.
+  double Constant(const CompiledTransition& p_rCompiled) const {
+    return p_rCompiled.parameter == kNoIndex ? p_rCompiled.constant
+                                             : m_adParameters[p_rCompiled.parameter];
+  }
+  // (Inline: they are what the simulators spend their time in.)
+  double MassActionFlux(const CompiledTransition& p_rCompiled, const double* p_pdX) const {
+    double l_dRate = Constant(p_rCompiled);
+    for (const std::pair<std::size_t, double>& l_rInput : p_rCompiled.inputs) {
+      if (l_dRate == 0.0) break;
+      const double l_dX = p_pdX[l_rInput.first] > 0.0 ? p_pdX[l_rInput.first] : 0.0;
+      const double l_dW = l_rInput.second;
+      if (l_dW == 1.0)
+        l_dRate *= l_dX;
+      else if (l_dW == 2.0)
+        l_dRate *= l_dX * l_dX;
+      else
+        l_dRate *= std::pow(l_dX, l_dW);
+    }
+    return l_dRate;
+  }
+  double MassActionPropensity(const CompiledTransition& p_rCompiled, const double* p_pdX) const {
+    double l_dRate = Constant(p_rCompiled);
+    for (const std::pair<std::size_t, double>& l_rInput : p_rCompiled.inputs) {
+      const double l_dX = p_pdX[l_rInput.first];
+      const double l_dW = l_rInput.second;
+      if (l_dW == 1.0) {
+        l_dRate *= l_dX;  // 0 when the place is empty
+      } else {
+        if (l_dX < l_dW) return 0.0;
+        // C(x, w) = prod_{i<w} (x - i) / (i + 1), in doubles (no overflow
+        // of an integer type for large markings).
+        for (double i = 0.0; i < l_dW; i += 1.0) l_dRate *= (l_dX - i) / (i + 1.0);
+      }
+    }
+    return l_dRate;
+  }
+  // The value of a rate function; with p_psError a value that is negative
+  // or not finite gives false and the message (naming the transition and
+  // the time), else true.
+  bool FunctionRate(std::size_t p_nTransition, const double* p_pdX, double p_dTime,
+                    double& p_rdRate, std::string* p_psError) const;
 
   bool AbortRequested() const {
     return m_pbAbort && m_pbAbort->load(std::memory_order_relaxed);
@@ -134,6 +197,9 @@ class Simulator {
     m_sLastError = p_sMessage;
     return AdvanceStatus::Failed;
   }
+  // False, with the reason in LastError(), for a target time of AdvanceTo
+  // that is not finite or lies before Time().
+  bool CheckTarget(double p_dTime);
 
   Net m_cNet;
   std::vector<CompiledTransition> m_acTransitions;
