@@ -18,6 +18,7 @@
 #include <wx/string.h>
 
 #include <functional>
+#include <memory>
 #include <string>
 
 namespace quor {
@@ -35,7 +36,7 @@ inline std::string ToPy(const wxString& p_sText) {
 // Raises quor.errors.<p_sClass>(p_sText) in Python. REQUIRES: the GIL.
 [[noreturn]] void Raise(const char* p_sClass, const std::string& p_sText);
 
-class ServerHandle;
+class Serving;
 
 class Runtime {
  public:
@@ -51,12 +52,15 @@ class Runtime {
 
   // Runs the task on the runtime thread and waits for it, without the GIL;
   // an exception of the task is thrown here. On the runtime thread itself
-  // the task runs at once.
+  // the task runs at once (and without the GIL too).
   void Call(const std::function<void()>& p_fTask);
+  // Queues the task for the runtime thread and returns at once.
+  void Post(const std::function<void()>& p_fTask);
+  bool OnRuntimeThread();
 
   // Served simulations that Shutdown stops.
-  void Register(ServerHandle* p_pcServer);
-  void Unregister(ServerHandle* p_pcServer);
+  void Register(const std::shared_ptr<Serving>& p_pcServing);
+  void Unregister(const Serving* p_pcServing);
 
  private:
   Runtime();

@@ -97,7 +97,7 @@ struct Runtime::State {
   // The application object (wxWidgets owns it); through its own type, since
   // wxTheApp names the GUI's wxApp, which this module does not link.
   wxAppConsole* m_pcApp = NULL;
-  std::set<ServerHandle*> m_apcServers;
+  std::set<std::shared_ptr<Serving> > m_apcServings;
 };
 
 WithoutGil::WithoutGil() : m_pcSaved(PyGILState_Check() ? PyEval_SaveThread() : NULL) {}
@@ -176,6 +176,10 @@ void Runtime::Main() {
 void Runtime::Call(const std::function<void()>& p_fTask) {
   State& l_rState = *m_pcState;
   if (std::this_thread::get_id() == l_rState.m_cThreadId) {
+    // The runtime thread holds the GIL only while it hands a log line to
+    // Python, which may collect a server there; the task may wait for a
+    // step function, which needs the GIL.
+    WithoutGil l_cNoGil;
     p_fTask();
     return;
   }
@@ -212,14 +216,38 @@ void Runtime::Call(const std::function<void()>& p_fTask) {
   if (l_pcDone->m_pcError) std::rethrow_exception(l_pcDone->m_pcError);
 }
 
-void Runtime::Register(ServerHandle* p_pcServer) {
-  std::lock_guard<std::mutex> l_cLock(m_pcState->m_cMutex);
-  m_pcState->m_apcServers.insert(p_pcServer);
+void Runtime::Post(const std::function<void()>& p_fTask) {
+  State& l_rState = *m_pcState;
+  std::lock_guard<std::mutex> l_cLock(l_rState.m_cMutex);
+  if (l_rState.m_bStopped || l_rState.m_nPid != ::getpid())
+    throw std::runtime_error("quor's runtime thread is not running");
+  l_rState.m_pcApp->CallAfter([p_fTask] {
+    try {
+      p_fTask();
+    } catch (const std::exception&) {
+      // Nobody waits for a posted task; what it stops is stopped anyway.
+    }
+  });
 }
 
-void Runtime::Unregister(ServerHandle* p_pcServer) {
+bool Runtime::OnRuntimeThread() {
   std::lock_guard<std::mutex> l_cLock(m_pcState->m_cMutex);
-  m_pcState->m_apcServers.erase(p_pcServer);
+  return std::this_thread::get_id() == m_pcState->m_cThreadId;
+}
+
+void Runtime::Register(const std::shared_ptr<Serving>& p_pcServing) {
+  std::lock_guard<std::mutex> l_cLock(m_pcState->m_cMutex);
+  m_pcState->m_apcServings.insert(p_pcServing);
+}
+
+void Runtime::Unregister(const Serving* p_pcServing) {
+  std::lock_guard<std::mutex> l_cLock(m_pcState->m_cMutex);
+  for (auto l_it = m_pcState->m_apcServings.begin(); l_it != m_pcState->m_apcServings.end(); ++l_it) {
+    if (l_it->get() == p_pcServing) {
+      m_pcState->m_apcServings.erase(l_it);
+      return;
+    }
+  }
 }
 
 void Runtime::Shutdown() {
@@ -237,14 +265,14 @@ void Runtime::Shutdown() {
   }
   // The simulations first: they are served from the runtime thread.
   for (;;) {
-    ServerHandle* l_pcServer = NULL;
+    std::shared_ptr<Serving> l_pcServing;
     {
       std::lock_guard<std::mutex> l_cLock(l_rState.m_cMutex);
-      if (l_rState.m_apcServers.empty()) break;
-      l_pcServer = *l_rState.m_apcServers.begin();
-      l_rState.m_apcServers.erase(l_rState.m_apcServers.begin());
+      if (l_rState.m_apcServings.empty()) break;
+      l_pcServing = *l_rState.m_apcServings.begin();
+      l_rState.m_apcServings.erase(l_rState.m_apcServings.begin());
     }
-    l_pcServer->Stop();
+    l_pcRuntime->Call([&] { l_pcServing->Close(); });
   }
   {
     std::lock_guard<std::mutex> l_cLock(l_rState.m_cMutex);

@@ -3,6 +3,7 @@
 
 #include <pybind11/stl.h>
 
+#include <atomic>
 #include <stdexcept>
 
 #include "netdata.h"
@@ -42,30 +43,67 @@ bool InterpreterGone() {
 
 bool ShouldStop() { return t_pcCurrentStep != NULL && t_pcCurrentStep->ShouldStop(); }
 
+Serving::Serving(py::object p_cAdapter) : m_cAdapter(std::move(p_cAdapter)), m_bClosed(false) {}
+
+Serving::~Serving() {
+  if (InterpreterGone()) {
+    // Left to the process's end.
+    m_cAdapter.release();
+    return;
+  }
+  py::gil_scoped_acquire l_cGil;
+  m_cAdapter = py::object();
+}
+
+void Serving::Close() {
+  if (m_bClosed.exchange(true)) return;
+  if (m_pcDispatcher) m_pcDispatcher->Shutdown();
+  m_pcHandler->StopAllRuns();
+  m_pcDispatcher.reset();
+  if (m_pcServer) {
+    // The listening socket delivers its events to the server object: it
+    // goes first.
+    wxSocketServer* l_pcSocket = m_pcServer->GetServerSocket();
+    if (l_pcSocket != NULL) {
+      l_pcSocket->Notify(false);
+      delete l_pcSocket;
+    }
+    m_pcServer.reset();
+  }
+}
+
 ServerHandle::ServerHandle(py::object p_cAdapter, const py::dict& p_rNet,
                            const std::string& p_sBind, unsigned int p_nPort,
                            const std::string& p_sCategory, const std::string& p_sName)
-    : m_cAdapter(std::move(p_cAdapter)), m_nPort(0), m_bStopped(false) {
+    : m_nPort(0) {
   if (p_nPort > 65535) throw py::value_error("a port is a number from 0 to 65535");
   const NetData l_cNet = NetFromDict(p_rNet);
   Runtime& l_rRuntime = Runtime::Get(true);
-  m_pcHandler.reset(
-      new SteeringRunHandler([this](SteeringStep& p_rStep) { return Step(p_rStep); }));
-  m_pcHandler->SetSimulatorName(FromPy(p_sCategory), FromPy(p_sName));
-  m_pcHandler->AddModel(BuildModel(l_cNet).release());
+  std::shared_ptr<Serving> l_pcServing = std::make_shared<Serving>(std::move(p_cAdapter));
+  Serving* l_pcRaw = l_pcServing.get();  // the handler lives inside it
+  l_pcServing->m_pcHandler.reset(
+      new SteeringRunHandler([l_pcRaw](SteeringStep& p_rStep) { return l_pcRaw->Step(p_rStep); }));
+  l_pcServing->m_pcHandler->SetSimulatorName(FromPy(p_sCategory), FromPy(p_sName));
+  l_pcServing->m_pcHandler->AddModel(BuildModel(l_cNet).release());
 
   bool l_bListening = false;
   l_rRuntime.Call([&] {
-    m_pcServer.reset(new SteeringServer);
-    m_pcServer->SetPort(p_nPort);
-    m_pcServer->SetAddress(FromPy(p_sBind));
-    if (m_pcServer->DoStartServer(p_nPort)) {
-      m_pcDispatcher.reset(new SteeringDispatcher(*m_pcServer, *m_pcHandler));
-      l_bListening = m_pcDispatcher->Start();
-      m_nPort = m_pcServer->GetPort();
+    l_pcRaw->m_pcServer.reset(new SteeringServer);
+    l_pcRaw->m_pcServer->SetPort(p_nPort);
+    l_pcRaw->m_pcServer->SetAddress(FromPy(p_sBind));
+    if (l_pcRaw->m_pcServer->DoStartServer(p_nPort)) {
+      l_pcRaw->m_pcDispatcher.reset(
+          new SteeringDispatcher(*l_pcRaw->m_pcServer, *l_pcRaw->m_pcHandler));
+      l_bListening = l_pcRaw->m_pcDispatcher->Start();
+      m_nPort = l_pcRaw->m_pcServer->GetPort();
     }
   });
-  l_rRuntime.Register(this);
+  {
+    std::lock_guard<std::mutex> l_cLock(m_cMutex);
+    m_pcServing = l_pcServing;
+  }
+  l_rRuntime.Register(l_pcServing);
+  l_pcServing.reset();
   if (!l_bListening) {
     Stop();
     PyErr_SetString(PyExc_OSError, ("cannot listen on " + p_sBind + ":" + std::to_string(p_nPort) +
@@ -86,38 +124,33 @@ ServerHandle::~ServerHandle() {
 
 bool ServerHandle::IsServing() {
   std::lock_guard<std::mutex> l_cLock(m_cMutex);
-  return !m_bStopped;
+  return m_pcServing && !m_pcServing->IsClosed();
 }
 
 void ServerHandle::Stop() {
   if (t_pcCurrentStep != NULL)
     throw std::runtime_error("a step function cannot stop the server that runs it");
+  std::shared_ptr<Serving> l_pcServing;
   {
     std::lock_guard<std::mutex> l_cLock(m_cMutex);
-    if (m_bStopped) return;
-    m_bStopped = true;
+    l_pcServing.swap(m_pcServing);
   }
+  // Stopped already (here, or by the runtime as the interpreter exits).
+  if (!l_pcServing || l_pcServing->IsClosed()) return;
   Runtime& l_rRuntime = Runtime::Get(false);
-  l_rRuntime.Unregister(this);
+  l_rRuntime.Unregister(l_pcServing.get());
+  if (l_rRuntime.OnRuntimeThread()) {
+    // Here while the runtime thread hands a log line to Python, perhaps
+    // within an event of this very server's sockets: the server is closed
+    // from the event loop next, and freed there.
+    l_rRuntime.Post([l_pcServing] { l_pcServing->Close(); });
+    return;
+  }
   // Waits without the GIL: the run's step function needs it to give up.
-  l_rRuntime.Call([&] {
-    if (m_pcDispatcher) m_pcDispatcher->Shutdown();
-    m_pcHandler->StopAllRuns();
-    m_pcDispatcher.reset();
-    if (m_pcServer) {
-      // The listening socket delivers its events to the server object: it
-      // goes first.
-      wxSocketServer* l_pcSocket = m_pcServer->GetServerSocket();
-      if (l_pcSocket != NULL) {
-        l_pcSocket->Notify(false);
-        delete l_pcSocket;
-      }
-      m_pcServer.reset();
-    }
-  });
+  l_rRuntime.Call([&] { l_pcServing->Close(); });
 }
 
-bool ServerHandle::Step(SteeringStep& p_rStep) {
+bool Serving::Step(SteeringStep& p_rStep) {
   // The start point is where the run begins: nothing to advance.
   if (p_rStep.IsStart()) return true;
   if (InterpreterGone()) return p_rStep.Fail(wxT("the Python interpreter is exiting"));

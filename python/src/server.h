@@ -4,6 +4,7 @@
 #ifndef QUOR_PYTHON_SERVER_H
 #define QUOR_PYTHON_SERVER_H
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -18,6 +19,39 @@ class SteeringServer;
 class SteeringStep;
 
 namespace python {
+
+// The simulation being served: the step adapter, the run handler, the
+// listening server and its dispatcher. Shared by its ServerHandle and the
+// runtime (which stops it when the interpreter exits); whoever lets go of
+// it last frees it.
+class Serving {
+ public:
+  explicit Serving(py::object p_cAdapter);
+  // Frees the adapter with the GIL (taken here); once the interpreter has
+  // gone, the adapter is left to the end of the process.
+  ~Serving();
+
+  bool IsClosed() const { return m_bClosed; }
+  // The run's step function: calls the adapter with the GIL.
+  bool Step(SteeringStep& p_rStep);
+  // Closes every connection, stops the runs (a step in progress is asked
+  // to give up and waited for) and closes the listening socket. Safe to
+  // call again. REQUIRES: the runtime thread, outside the events of this
+  // server's sockets; the GIL not held.
+  void Close();
+
+  py::object m_cAdapter;  // used with the GIL only
+  std::unique_ptr<SteeringRunHandler> m_pcHandler;
+  // Made, used and destroyed on the runtime thread.
+  std::unique_ptr<SteeringServer> m_pcServer;
+  std::unique_ptr<SteeringDispatcher> m_pcDispatcher;
+
+ private:
+  std::atomic<bool> m_bClosed;
+
+  Serving(const Serving&) = delete;
+  Serving& operator=(const Serving&) = delete;
+};
 
 class ServerHandle {
  public:
@@ -38,21 +72,15 @@ class ServerHandle {
   bool IsServing();
   // Closes every connection, stops the run (a step in progress is asked to
   // give up and waited for) and closes the listening socket. Safe to call
-  // again. Raises RuntimeError when called by a step function.
+  // again. Raises RuntimeError when called by a step function. Called on
+  // the runtime thread (by a logging handler, or a collection there), it
+  // returns at once and the runtime thread stops the server next.
   void Stop();
 
  private:
-  // The run's step function.
-  bool Step(SteeringStep& p_rStep);
-
-  py::object m_cAdapter;  // used with the GIL only
-  std::unique_ptr<SteeringRunHandler> m_pcHandler;
-  // Made, used and destroyed on the runtime thread.
-  std::unique_ptr<SteeringServer> m_pcServer;
-  std::unique_ptr<SteeringDispatcher> m_pcDispatcher;
   unsigned int m_nPort;
-  std::mutex m_cMutex;  // m_bStopped
-  bool m_bStopped;
+  std::mutex m_cMutex;  // m_pcServing
+  std::shared_ptr<Serving> m_pcServing;  // NULL once stopped
 
   ServerHandle(const ServerHandle&) = delete;
   ServerHandle& operator=(const ServerHandle&) = delete;

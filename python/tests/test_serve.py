@@ -6,7 +6,9 @@ fails the run with a reason every client reads."""
 
 import csv
 import gc
+import logging
 import math
+import socket
 import threading
 
 import numpy as np
@@ -318,3 +320,48 @@ def test_clients_work_in_a_forked_child_and_serving_there_is_refused(tmp_path):
     out = "".join(program.out)
     assert "child: finished" in out and "parent: child 0" in out
     assert "child: quor cannot serve a simulation in a process forked" in out
+
+
+def test_a_server_let_go_of_while_it_logs_a_connection_stops():
+    # The line of an accepted connection is handed to Python from within the
+    # server's own accept event: the last reference to the server goes
+    # there, and the server stops after that event, not inside it.
+    holder = [quor.serve(decay_step, DECAY)]
+    port = holder[0].port
+    seen = threading.Event()
+    listening_after_let_go = []
+
+    class LetGo(logging.Handler):
+        def emit(self, record):
+            if "connected from" in record.getMessage() and holder:
+                holder.clear()
+                # Still within the event: the listening socket is open.
+                try:
+                    socket.create_connection(("127.0.0.1", port), timeout=5).close()
+                    listening_after_let_go.append(True)
+                except OSError:
+                    listening_after_let_go.append(False)
+                seen.set()
+
+    logger = logging.getLogger("quor")
+    handler, level = LetGo(), logger.level
+    logger.addHandler(handler)
+    logger.setLevel(logging.INFO)
+    try:
+        try:
+            quor.connect(port=port, timeout=5).close()
+        except quor.ConnectError:
+            pass  # the server may be gone before it has answered
+        assert seen.wait(DEADLINE)
+        assert listening_after_let_go == [True]
+
+        def refused():
+            try:
+                quor.connect(port=port, timeout=5).close()
+            except quor.ConnectError:
+                return True
+            return False
+        wait_until(refused, "the server let go of to stop")
+    finally:
+        logger.removeHandler(handler)
+        logger.setLevel(level)
