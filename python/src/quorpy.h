@@ -46,8 +46,9 @@ class Runtime {
   // runtime thread did not come along; blocking sockets work without it).
   // REQUIRES: the GIL (released while the runtime starts).
   static Runtime& Get(bool p_bNeedLoop);
-  // Stops every served simulation, ends the event loop and waits for the
-  // runtime thread. Called when the interpreter exits; safe to call again.
+  // Stops every served simulation and stops handing log lines to Python;
+  // the runtime thread and its event loop go on until the process ends.
+  // Called when the interpreter exits; safe to call again.
   static void Shutdown();
 
   // Runs the task on the runtime thread and waits for it, without the GIL;

@@ -5,6 +5,7 @@
 #include <wx/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <exception>
 #include <memory>
@@ -61,6 +62,9 @@ wxString WithoutPrefix(const wxString& p_sText) {
   return p_sText;
 }
 
+// False once the interpreter exits (Runtime::Shutdown).
+std::atomic<bool> g_bToPython{true};
+
 // The log target of the runtime thread: every line of the library (those
 // logged on other threads arrive when the runtime thread flushes them)
 // goes to the Python logger "quor".
@@ -68,7 +72,7 @@ class PythonLog : public wxLog {
  protected:
   void DoLogRecord(wxLogLevel p_nLevel, const wxString& p_sText,
                    const wxLogRecordInfo&) override {
-    if (!Py_IsInitialized() || IsFinalizing()) return;
+    if (!g_bToPython || !Py_IsInitialized() || IsFinalizing()) return;
     py::gil_scoped_acquire l_cGil;
     try {
       py::module_::import("logging")
@@ -166,11 +170,9 @@ void Runtime::Main() {
   }
   l_rState.m_cChanged.notify_all();
   if (!l_bOk) return;
+  // Never ends (see Shutdown). wxWidgets stays initialised: clients still
+  // open may close their sockets while the interpreter exits.
   l_pcApp->OnRun();
-  // Lines that came in last.
-  wxLog::FlushActive();
-  // wxWidgets is left initialised: clients still open may close their
-  // sockets while the interpreter exits.
 }
 
 void Runtime::Call(const std::function<void()>& p_fTask) {
@@ -274,14 +276,14 @@ void Runtime::Shutdown() {
     }
     l_pcRuntime->Call([&] { l_pcServing->Close(); });
   }
-  {
-    std::lock_guard<std::mutex> l_cLock(l_rState.m_cMutex);
-    l_rState.m_bStopped = true;
-    wxAppConsole* l_pcApp = l_rState.m_pcApp;
-    l_pcApp->CallAfter([l_pcApp] { l_pcApp->ExitMainLoop(); });
-  }
-  WithoutGil l_cNoGil;
-  l_rState.m_cThread.join();
+  // The event loop goes on for as long as the process: a thread that logs
+  // wakes the active loop up, and a loop ended here could be freed under
+  // it. Log lines stop going to Python; the round trip waits for a line
+  // that is being handed over now.
+  g_bToPython = false;
+  l_pcRuntime->Call([] {});
+  std::lock_guard<std::mutex> l_cLock(l_rState.m_cMutex);
+  l_rState.m_bStopped = true;
 }
 
 }  // namespace python
