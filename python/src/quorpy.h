@@ -4,8 +4,8 @@
 // into Python.
 //
 // Threads. wxWidgets is initialised on a thread of the module's own, the
-// runtime thread, which runs the event loop for as long as the interpreter
-// lives: it accepts the connections of served simulations and hands the
+// runtime thread, which runs one event loop for as long as the process
+// lives (the interpreter's exit does not end it): it accepts the connections of served simulations and hands the
 // library's log lines to Python's `logging`. Python threads are never
 // wxWidgets' main thread, so every socket they use is a blocking one.
 // Whoever waits for the runtime thread, for the network or for a run does
