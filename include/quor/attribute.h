@@ -12,6 +12,7 @@
 
 #include <wx/string.h>
 
+#include "quor/export.h"
 #include "quor/utilities.h"
 
 namespace quor {
@@ -43,7 +44,7 @@ enum AttributeTypeCode : unsigned int {
 // The base class, usable on its own as a string-valued attribute (type 0).
 // The order of the virtual operations below is part of the binary
 // interface; subclasses append theirs behind GetAttributeType.
-class Attribute {
+class QUOR_API Attribute {
  public:
   // Name first, value string second.
   Attribute(const wxString& p_sName, const wxString& p_sValue);
@@ -90,7 +91,7 @@ class Attribute {
 // width (the size of the value type) and type code. Their members are
 // defined in attribute.cpp and instantiated there for the six classes below.
 template <typename T, unsigned int TypeCode>
-class AttributeScalar : public Attribute {
+class QUOR_API AttributeScalar : public Attribute {
  public:
   using Attribute::Clone;
 
@@ -113,7 +114,7 @@ class AttributeScalar : public Attribute {
 };
 
 // Signed 32-bit integer, 4 bytes, type 1.
-class AttributeInt : public AttributeScalar<int, ATTRIBUTE_INT> {
+class QUOR_API AttributeInt : public AttributeScalar<int, ATTRIBUTE_INT> {
  public:
   using Attribute::Clone;
   AttributeInt(const wxString& p_sName, const int& p_nValue);
@@ -121,7 +122,7 @@ class AttributeInt : public AttributeScalar<int, ATTRIBUTE_INT> {
 };
 
 // Unsigned 32-bit integer, 4 bytes, type 2.
-class AttributeUint : public AttributeScalar<unsigned int, ATTRIBUTE_UINT> {
+class QUOR_API AttributeUint : public AttributeScalar<unsigned int, ATTRIBUTE_UINT> {
  public:
   using Attribute::Clone;
   AttributeUint(const wxString& p_sName, const unsigned int& p_nValue);
@@ -129,7 +130,7 @@ class AttributeUint : public AttributeScalar<unsigned int, ATTRIBUTE_UINT> {
 };
 
 // Signed 64-bit integer, 8 bytes, type 3.
-class AttributeLong : public AttributeScalar<long long, ATTRIBUTE_LONG> {
+class QUOR_API AttributeLong : public AttributeScalar<long long, ATTRIBUTE_LONG> {
  public:
   using Attribute::Clone;
   AttributeLong(const wxString& p_sName, const long long& p_nValue);
@@ -137,7 +138,7 @@ class AttributeLong : public AttributeScalar<long long, ATTRIBUTE_LONG> {
 };
 
 // Unsigned 64-bit integer, 8 bytes, type 4.
-class AttributeUlong : public AttributeScalar<unsigned long long, ATTRIBUTE_ULONG> {
+class QUOR_API AttributeUlong : public AttributeScalar<unsigned long long, ATTRIBUTE_ULONG> {
  public:
   using Attribute::Clone;
   AttributeUlong(const wxString& p_sName, const unsigned long long& p_nValue);
@@ -145,7 +146,7 @@ class AttributeUlong : public AttributeScalar<unsigned long long, ATTRIBUTE_ULON
 };
 
 // IEEE 754 double, 8 bytes, type 5.
-class AttributeDouble : public AttributeScalar<double, ATTRIBUTE_DOUBLE> {
+class QUOR_API AttributeDouble : public AttributeScalar<double, ATTRIBUTE_DOUBLE> {
  public:
   using Attribute::Clone;
   AttributeDouble(const wxString& p_sName, const double& p_dValue);
@@ -154,7 +155,7 @@ class AttributeDouble : public AttributeScalar<double, ATTRIBUTE_DOUBLE> {
 
 // bool, 1 byte (0 or 1), type 6. A byte other than 0 that is unpacked or
 // received reads as true.
-class AttributeBool : public AttributeScalar<bool, ATTRIBUTE_BOOL> {
+class QUOR_API AttributeBool : public AttributeScalar<bool, ATTRIBUTE_BOOL> {
  public:
   using Attribute::Clone;
   AttributeBool(const wxString& p_sName, const bool& p_bValue);

@@ -15,13 +15,14 @@
 
 #include <map>
 
+#include "quor/export.h"
 #include "quor/attribute.h"
 
 namespace quor {
 
 typedef std::map<wxString, Attribute*> AttributeMap;
 
-class AttributeStruct : public Attribute {
+class QUOR_API AttributeStruct : public Attribute {
  public:
   using Attribute::Clone;
   explicit AttributeStruct(const wxString& p_sName);

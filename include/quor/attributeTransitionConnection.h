@@ -6,27 +6,28 @@
 
 #include <vector>
 
+#include "quor/export.h"
 #include "quor/attribute.h"
 #include "quor/netTypes.h"
 
 namespace quor {
 
 // A pair of unsigned 64-bit numbers (for a range: start, end).
-struct ULong2ULong {
+struct QUOR_API ULong2ULong {
   unsigned long long first;
   unsigned long long second;
 };
 
 // One arc's properties. On the wire 12 bytes: the 32-bit type, then the
 // weight, with no gap.
-struct PlaceTransitionConnection {
+struct QUOR_API PlaceTransitionConnection {
   ConnectionType type;
   double weight;
 };
 
 // All arcs of one transition. The pre lists are parallel (entry i of both
 // describes one arc), and so are the post lists.
-struct Transitions {
+struct QUOR_API Transitions {
   std::vector<unsigned long long> m_anPrePlacePositions;
   std::vector<unsigned long long> m_anPostPlacePositions;
   std::vector<PlaceTransitionConnection> m_acPreConnections;
@@ -41,7 +42,7 @@ struct Transitions {
 // The arcs of a net, one record per transition, type 15. Travels only inside
 // an attribute-list message: its own SendValue/ReceiveValue move nothing and
 // report success.
-class AttributeTransitionConnection : public Attribute {
+class QUOR_API AttributeTransitionConnection : public Attribute {
  public:
   using Attribute::Clone;
   AttributeTransitionConnection(const wxString& p_sName,
@@ -75,7 +76,7 @@ class AttributeTransitionConnection : public Attribute {
 // list as it was. Packed, sent and received by the same rules as the numeric
 // lists (a list of 16-byte elements), with which its members are defined in
 // attributeVector.cpp.
-class AttributeVectorULong2ULong : public Attribute {
+class QUOR_API AttributeVectorULong2ULong : public Attribute {
  public:
   using Attribute::Clone;
   explicit AttributeVectorULong2ULong(const wxString& p_sName);

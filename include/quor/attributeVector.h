@@ -14,6 +14,7 @@
 
 #include <vector>
 
+#include "quor/export.h"
 #include "quor/attribute.h"
 
 namespace quor {
@@ -21,7 +22,7 @@ namespace quor {
 // Lists of fixed-width numbers share one implementation (attributeVector.cpp,
 // instantiated there for the three classes below).
 template <typename T, unsigned int TypeCode>
-class AttributeVectorNumeric : public Attribute {
+class QUOR_API AttributeVectorNumeric : public Attribute {
  public:
   using Attribute::Clone;
 
@@ -51,7 +52,7 @@ class AttributeVectorNumeric : public Attribute {
 };
 
 // Signed 32-bit integers, type 8.
-class AttributeVectorInt : public AttributeVectorNumeric<int, ATTRIBUTE_VECTOR_INT> {
+class QUOR_API AttributeVectorInt : public AttributeVectorNumeric<int, ATTRIBUTE_VECTOR_INT> {
  public:
   using Attribute::Clone;
   explicit AttributeVectorInt(const wxString& p_sName);
@@ -59,7 +60,7 @@ class AttributeVectorInt : public AttributeVectorNumeric<int, ATTRIBUTE_VECTOR_I
 };
 
 // Unsigned 64-bit integers, type 10.
-class AttributeVectorULong
+class QUOR_API AttributeVectorULong
     : public AttributeVectorNumeric<unsigned long long, ATTRIBUTE_VECTOR_ULONG> {
  public:
   using Attribute::Clone;
@@ -68,7 +69,7 @@ class AttributeVectorULong
 };
 
 // Doubles, type 7.
-class AttributeVectorDouble
+class QUOR_API AttributeVectorDouble
     : public AttributeVectorNumeric<double, ATTRIBUTE_VECTOR_DOUBLE> {
  public:
   using Attribute::Clone;
@@ -78,7 +79,7 @@ class AttributeVectorDouble
 
 // Strings, type 11. Packed: a 32-bit count, then each string as its 32-bit
 // character count and that many bytes. A packed count of 0 empties the list.
-class AttributeVectorString : public Attribute {
+class QUOR_API AttributeVectorString : public Attribute {
  public:
   using Attribute::Clone;
   explicit AttributeVectorString(const wxString& p_sName);

@@ -22,11 +22,12 @@
 
 #include <vector>
 
+#include "quor/export.h"
 #include "quor/attribute.h"
 
 namespace quor {
 
-class AttributeVectorAttribute : public Attribute {
+class QUOR_API AttributeVectorAttribute : public Attribute {
  public:
   using Attribute::Clone;
   AttributeVectorAttribute(const wxString& p_sName, Attribute* p_pcProtoType);
@@ -74,7 +75,7 @@ class AttributeVectorAttribute : public Attribute {
 // two texts, a record's fields each with its entry and key in the record's
 // map, and a list's values. Lists of records charge it for every element
 // that a received count announces before they clone anything.
-unsigned long long ClonedMemory(Attribute* p_pcAttribute);
+QUOR_API unsigned long long ClonedMemory(Attribute* p_pcAttribute);
 
 }  // namespace quor
 

@@ -22,6 +22,8 @@
 #include <type_traits>
 #include <vector>
 
+#include "quor/export.h"
+
 namespace quor {
 
 // Frames.
@@ -121,7 +123,7 @@ inline std::string CharCountBytes(const wxString& p_sText,
 // decoded as UTF-8; bytes that are not UTF-8 are taken one character per byte
 // (Latin-1), so that no text is lost. Text is encoded in the sender's locale
 // (CharCountBytes) and decoded here: for ASCII the two agree.
-wxString DecodeText(const char* p_pData, size_t p_nCount);
+QUOR_API wxString DecodeText(const char* p_pData, size_t p_nCount);
 
 // Packed counts and texts.
 //
@@ -182,7 +184,7 @@ inline char* PutArray(char* dst, const std::vector<T>& p_aList) {
 // count's real cost in memory first (Reader::GetCount); a charge beyond the
 // budget is refused like a read outside the block, and OutOfMemory() tells
 // the receiver to take its allocation-failure path.
-class UnpackBounds {
+class QUOR_API UnpackBounds {
  public:
   UnpackBounds(const void* p_pBegin, unsigned long long p_nSize,
                unsigned long long p_nBudget = DEFAULT_MAX_VALUE_SIZE);
@@ -221,7 +223,7 @@ class UnpackBounds {
 // UnpackBounds scope. After the first refused read every further read fails
 // too, and Ok() is false; the caller stops and changes nothing it has not
 // changed yet.
-class Reader {
+class QUOR_API Reader {
  public:
   explicit Reader(const void* p_pBuffer)
       : m_pStart(static_cast<const char*>(p_pBuffer)), m_pPosition(m_pStart) {}

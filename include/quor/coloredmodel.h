@@ -4,6 +4,7 @@
 #ifndef QUOR_COLOREDMODEL_H
 #define QUOR_COLOREDMODEL_H
 
+#include "quor/export.h"
 #include "quor/model.h"
 
 namespace quor {
@@ -12,7 +13,7 @@ namespace quor {
 // it.
 constexpr unsigned int COLORED_MODEL_TYPE = 1;
 
-class ColoredModel : public Model {
+class QUOR_API ColoredModel : public Model {
  public:
   // Transitions before places for the unfolded net (as Model), then the
   // coloured places before the coloured transitions.

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "quor/attributeTransitionConnection.h"
+#include "quor/export.h"
 #include "quor/netTypes.h"
 #include "quor/steeringvector.h"
 
@@ -22,7 +23,7 @@ class ModelView;
 // coloredmodel.h; any other value is received as a plain net.)
 constexpr unsigned int PLAIN_MODEL_TYPE = 0;
 
-class Model : public SteeringVector {
+class QUOR_API Model : public SteeringVector {
  public:
   // The transition count comes before the place count.
   Model(wxSocketBase* p_pcSocket, const wxString& p_sModelName,

@@ -4,6 +4,7 @@
 #ifndef QUOR_MODELVIEW_H
 #define QUOR_MODELVIEW_H
 
+#include "quor/export.h"
 #include "quor/attributeStruct.h"
 #include "quor/attributeVectorAttribute.h"
 #include "quor/netTypes.h"
@@ -11,7 +12,7 @@
 
 namespace quor {
 
-class ModelView : public SteeringVector {
+class QUOR_API ModelView : public SteeringVector {
  public:
   ModelView(const wxString& p_sName, wxSocketBase* p_pcSocket);
   ~ModelView() override;

@@ -4,11 +4,12 @@
 #ifndef QUOR_MODELRUNTIMESTATE_H
 #define QUOR_MODELRUNTIMESTATE_H
 
+#include "quor/export.h"
 #include "quor/steeringvector.h"
 
 namespace quor {
 
-class ModelRuntimeState : public SteeringVector {
+class QUOR_API ModelRuntimeState : public SteeringVector {
  public:
   ModelRuntimeState();
   ~ModelRuntimeState() override;

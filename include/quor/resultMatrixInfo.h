@@ -5,6 +5,7 @@
 #ifndef QUOR_RESULTMATRIXINFO_H
 #define QUOR_RESULTMATRIXINFO_H
 
+#include "quor/export.h"
 #include "quor/attribute.h"
 #include "quor/attributeVector.h"
 #include "quor/netTypes.h"
@@ -13,7 +14,7 @@ namespace quor {
 
 class SteeringBase;
 
-class ResultMatrixInfo {
+class QUOR_API ResultMatrixInfo {
  public:
   explicit ResultMatrixInfo(const unsigned int& p_nRowCount);
   virtual ~ResultMatrixInfo();

@@ -7,6 +7,8 @@
 #ifndef QUOR_SIMULATORSTATE_H
 #define QUOR_SIMULATORSTATE_H
 
+#include "quor/export.h"
+
 namespace quor {
 
 enum SimulatorState : int {
@@ -26,12 +28,12 @@ enum SimulatorErrorState : int {
 
 // "idle", "running", "paused", "stopped", "finished", "failed"; "unknown"
 // for any other code.
-const char* SimulatorStateName(int p_nState);
+QUOR_API const char* SimulatorStateName(int p_nState);
 // "none", "refused", "run failed"; "unknown" for any other code.
-const char* SimulatorErrorStateName(int p_nErrorState);
+QUOR_API const char* SimulatorErrorStateName(int p_nErrorState);
 // The state of a name as SimulatorStateName gives it (case ignored); false
 // for any other text.
-bool ParseSimulatorState(const char* p_sName, int* p_pnState);
+QUOR_API bool ParseSimulatorState(const char* p_sName, int* p_pnState);
 
 // True for the states in which a run goes on (running or paused).
 inline bool IsRunActive(int p_nState) {

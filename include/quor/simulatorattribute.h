@@ -7,13 +7,14 @@
 
 #include <vector>
 
+#include "quor/export.h"
 #include "quor/attributeStruct.h"
 
 namespace quor {
 
 class SteeringBase;
 
-class SimulatorAttribute {
+class QUOR_API SimulatorAttribute {
  public:
   SimulatorAttribute();
   virtual ~SimulatorAttribute();

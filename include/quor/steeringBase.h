@@ -25,11 +25,12 @@
 #include <vector>
 
 #include "quor/coding.h"
+#include "quor/export.h"
 #include "quor/steeringcommunicator.h"
 
 namespace quor {
 
-class SteeringBase : public SteeringCommunicator {
+class QUOR_API SteeringBase : public SteeringCommunicator {
  public:
   explicit SteeringBase(wxSocketBase* p_pcSocket);
   ~SteeringBase() override;

@@ -27,6 +27,7 @@
 
 #include <vector>
 
+#include "quor/export.h"
 #include "quor/steeringcmd.h"
 #include "quor/steeringvaluecodec.h"
 
@@ -37,7 +38,7 @@ class ModelRuntimeState;
 class ResultMatrixInfo;
 class SimulatorAttribute;
 
-class SteeringClient : public SteeringCMD {
+class QUOR_API SteeringClient : public SteeringCMD {
  public:
   // Creates the client's socket (wait-all, blocking, 10-second timeout); not
   // connected yet.

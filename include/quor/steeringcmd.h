@@ -5,11 +5,12 @@
 #ifndef QUOR_STEERINGCMD_H
 #define QUOR_STEERINGCMD_H
 
+#include "quor/export.h"
 #include "quor/steeringcontrol.h"
 
 namespace quor {
 
-class SteeringCMD : public SteeringControl {
+class QUOR_API SteeringCMD : public SteeringControl {
  public:
   explicit SteeringCMD(wxSocketBase* p_pcSocket);
   ~SteeringCMD() override;

@@ -8,11 +8,12 @@
 #include <wx/socket.h>
 #include <wx/thread.h>
 
+#include "quor/export.h"
 #include "quor/utilities.h"
 
 namespace quor {
 
-class SteeringCommunicator {
+class QUOR_API SteeringCommunicator {
  public:
   // Stores the socket (NULL allowed). The socket is not owned: the
   // communicator never closes or deletes it.

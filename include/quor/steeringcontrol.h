@@ -13,6 +13,7 @@
 
 #include <vector>
 
+#include "quor/export.h"
 #include "quor/steeringvector.h"
 
 namespace quor {
@@ -122,13 +123,13 @@ enum STEERING_OPTION : int {
 
 // One category of simulators. On the wire: the name (string frame), the id
 // (4 bytes, carried as it is) and the simulator names (list of strings).
-struct QU_SimulatorCategory {
+struct QUOR_API QU_SimulatorCategory {
   wxString m_sCategoryName;
   int m_nCategoryId = 0;
   std::vector<wxString> m_asSimulatorNames;
 };
 
-class SteeringControl : public SteeringVector {
+class QUOR_API SteeringControl : public SteeringVector {
  public:
   explicit SteeringControl(wxSocketBase* p_pcSocket);
   ~SteeringControl() override;

@@ -32,9 +32,11 @@
 #include <chrono>
 #include <cstddef>
 
+#include "quor/export.h"
+
 namespace quor {
 
-class SteeringDeadline {
+class QUOR_API SteeringDeadline {
  public:
   typedef std::chrono::steady_clock Clock;
   // An end that never comes: no deadline.

@@ -48,6 +48,7 @@
 #include <map>
 #include <memory>
 
+#include "quor/export.h"
 #include "quor/steeringhandler.h"
 #include "quor/steeringserver.h"
 
@@ -55,7 +56,7 @@ namespace quor {
 
 class SteeringConnection;
 
-class SteeringDispatcher {
+class QUOR_API SteeringDispatcher {
  public:
   // Seconds one request or the version handshake may take.
   static constexpr int DEFAULT_TIMEOUT_SECONDS = 10;

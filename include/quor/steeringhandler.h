@@ -26,11 +26,12 @@
 
 #include <vector>
 
+#include "quor/export.h"
 #include "quor/steeringmodelstore.h"
 
 namespace quor {
 
-class SteeringHandler {
+class QUOR_API SteeringHandler {
  public:
   SteeringHandler();
   virtual ~SteeringHandler();

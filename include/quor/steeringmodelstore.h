@@ -43,6 +43,7 @@
 #include <memory>
 #include <vector>
 
+#include "quor/export.h"
 #include "quor/steeringcontrol.h"
 #include "quor/steeringvaluecodec.h"
 
@@ -53,7 +54,7 @@ class ModelRuntimeState;
 class ResultMatrixInfo;
 class SimulatorAttribute;
 
-class SteeringModelStore {
+class QUOR_API SteeringModelStore {
  public:
   // The id of no model.
   static constexpr int NO_MODEL = -1;

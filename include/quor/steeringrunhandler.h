@@ -46,12 +46,13 @@
 #include <memory>
 #include <mutex>
 
+#include "quor/export.h"
 #include "quor/steeringhandler.h"
 #include "quor/steeringrunner.h"
 
 namespace quor {
 
-class SteeringRunHandler : public SteeringHandler {
+class QUOR_API SteeringRunHandler : public SteeringHandler {
  public:
   typedef std::function<bool(SteeringStep&)> StepFunction;
 

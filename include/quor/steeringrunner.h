@@ -81,12 +81,13 @@
 #include <thread>
 #include <vector>
 
+#include "quor/export.h"
 #include "quor/steeringmodelstore.h"
 
 namespace quor {
 
 // The state of a run at an output point, handed to the step function.
-class SteeringStep {
+class QUOR_API SteeringStep {
  public:
   // The time of the last output point (where the marking is now) and of the
   // one to reach. Equal for the first call (IsStart).
@@ -141,7 +142,7 @@ class SteeringStep {
 
 // A steered change as the run applies it: one value of the marking or of
 // the parameters. A reset to the initial values is one change per value.
-struct SteeringChange {
+struct QUOR_API SteeringChange {
   enum Kind { PARAMETER, PLACE };
   Kind m_eKind;
   size_t m_nPosition;
@@ -154,7 +155,7 @@ struct SteeringChange {
 // function runs on the runner's thread, in this order: m_fBegin, then per
 // output point m_fStep and (when changes took hold there) m_fSteered, and
 // last m_fEnd.
-struct SteeringRunPlan {
+struct QUOR_API SteeringRunPlan {
   // Advances the state from one output point to the next; true when it
   // reached GetTo(). REQUIRES: set.
   std::function<bool(SteeringStep&)> m_fStep;
@@ -182,7 +183,7 @@ struct SteeringRunPlan {
   std::function<wxString()> m_fSummary;
 };
 
-class SteeringRunner {
+class QUOR_API SteeringRunner {
  public:
   // The most output points a run may have, and the most values (output
   // points times places, and times transitions) its result and rate

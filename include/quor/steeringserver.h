@@ -17,6 +17,7 @@
 #include <wx/event.h>
 #include <wx/socket.h>
 
+#include "quor/export.h"
 #include "quor/steeringcmd.h"
 
 namespace quor {
@@ -24,7 +25,7 @@ namespace quor {
 // The port a server listens on unless the application chooses another one.
 constexpr unsigned int STEERING_DEFAULT_PORT = 3000;
 
-class SteeringServer : public SteeringCMD, public wxEvtHandler {
+class QUOR_API SteeringServer : public SteeringCMD, public wxEvtHandler {
  public:
   // No connection yet, port 3000, not listening. Initialises wxWidgets'
   // sockets; REQUIRES: called on the main thread.

@@ -30,6 +30,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "quor/export.h"
 #include "quor/steeringcmd.h"
 
 namespace quor {
@@ -46,7 +47,7 @@ typedef std::shared_ptr<const SteeringMatrix> SteeringMatrixSnapshot;
 // A model that may be shared by several readers and is never changed.
 typedef std::shared_ptr<const Model> ModelSnapshot;
 
-class SteeringValueCodec {
+class QUOR_API SteeringValueCodec {
  public:
   // The values travel over p_cWire's connection. REQUIRES: p_cWire outlives
   // the codec.

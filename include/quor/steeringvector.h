@@ -14,6 +14,7 @@
 #include <map>
 #include <vector>
 
+#include "quor/export.h"
 #include "quor/attribute.h"
 #include "quor/steeringBase.h"
 
@@ -32,7 +33,7 @@ constexpr unsigned long long MAX_RECEIVED_ROWS = 1ull << 24;
 // started has one empty row per place).
 constexpr unsigned long long MAX_RECEIVED_EMPTY_ROWS = 1ull << 20;
 
-class SteeringVector : public SteeringBase {
+class QUOR_API SteeringVector : public SteeringBase {
  public:
   explicit SteeringVector(wxSocketBase* p_pcSocket);
   // Deletes every attribute of the set.

@@ -16,6 +16,8 @@
 
 #include "quor/coding.h"
 
+#include "quor/export.h"
+
 namespace quor {
 
 // Result codes. A result is an unsigned 32-bit value: 1 is success, FAILURE
@@ -34,7 +36,7 @@ constexpr unsigned int TRANSFER_SHORT_WRITE = 4;     // fewer bytes were written
 // A short text for a result code, for messages: "success", "failure",
 // "not connected", "socket error", "short write", "version mismatch",
 // "no connection"; "result N" for any other code.
-wxString ResultName(unsigned int p_nResult);
+QUOR_API wxString ResultName(unsigned int p_nResult);
 
 // Hands a line to wxLog at the given level. Levels 1, 2 and 3 are prefixed
 // with "Error: ", "Warning: " and "Notice: "; any other level passes the
@@ -42,17 +44,17 @@ wxString ResultName(unsigned int p_nResult);
 // '%' in a message is a printf conversion: callers must not put one there
 // unless they mean it (write "%%" for a literal percent sign).
 // Off the main thread the call holds the wxWidgets GUI mutex.
-void LOG(unsigned long p_nLevel, const wxString& p_sMessage);
+QUOR_API void LOG(unsigned long p_nLevel, const wxString& p_sMessage);
 
 // The text that LOG and LogText put before a message of a level: "Error: "
 // (1), "Warning: " (2), "Notice: " (3), nothing for any other level. For
 // programs that format log lines of their own in the library's words.
-const wxChar* LogLevelPrefix(unsigned long p_nLevel);
+QUOR_API const wxChar* LogLevelPrefix(unsigned long p_nLevel);
 
 // Like LOG, but the text is taken as it is: a '%' in it is a percent sign,
 // never a conversion. For texts that carry names, addresses or anything
 // else the library did not write itself.
-void LogText(unsigned long p_nLevel, const wxString& p_sText);
+QUOR_API void LogText(unsigned long p_nLevel, const wxString& p_sText);
 
 // The reports of CHECK_POINTER and TRY_ALLOC are formatted and then dropped:
 // the caller learns of the failure from the returned value alone. A test or a
@@ -60,12 +62,12 @@ void LogText(unsigned long p_nLevel, const wxString& p_sText);
 // no sink (the default) the text goes nowhere. The sink is process-wide and
 // must be installed before threads that use the library start.
 typedef void (*ReportSink)(const wxString& p_sReport);
-void SetReportSink(ReportSink p_pfSink);
-void DropReport(const wxString& p_sReport);
+QUOR_API void SetReportSink(ReportSink p_pfSink);
+QUOR_API void DropReport(const wxString& p_sReport);
 
 // "../source/SteeringAPI/steeringBase.cpp" for a __FILE__ that names a file
 // below a "source/" folder; the file name alone otherwise.
-wxString ReportSourcePath(const char* p_sFile);
+QUOR_API wxString ReportSourcePath(const char* p_sFile);
 
 // The largest block the library allocates in one piece for a size that a
 // peer announced: the largest frame plus room for a terminator and zlib's
@@ -76,7 +78,7 @@ constexpr unsigned long long MAX_BLOCK_SIZE = MAX_FRAME_SIZE + (MAX_FRAME_SIZE >
 // new[] of p_nSize bytes. Throws std::bad_alloc when the size exceeds
 // MAX_BLOCK_SIZE or the allocator fails; meant to be used inside TRY_ALLOC.
 // The caller frees the block with delete[].
-char* NewBlock(unsigned long long p_nSize);
+QUOR_API char* NewBlock(unsigned long long p_nSize);
 
 }  // namespace quor
 

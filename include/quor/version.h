@@ -9,6 +9,8 @@
 #ifndef QUOR_VERSION_H
 #define QUOR_VERSION_H
 
+#include "quor/export.h"
+
 #define QUOR_VERSION_MAJOR 0
 #define QUOR_VERSION_MINOR 2
 #define QUOR_VERSION_PATCH 0
@@ -29,9 +31,9 @@ namespace quor {
 // from QUOR_VERSION_STRING, the version of the headers a program was
 // compiled with, when a newer library of the same major version is
 // installed.
-const char* GetVersionString();
+QUOR_API const char* GetVersionString();
 // The same as one number of QUOR_VERSION_NUMBER's form.
-unsigned int GetVersionNumber();
+QUOR_API unsigned int GetVersionNumber();
 
 }  // namespace quor
 

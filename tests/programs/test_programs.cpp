@@ -93,7 +93,7 @@ INSTANTIATE_TEST_SUITE_P(Every, Conventions, ::testing::ValuesIn(ProgramNames())
 TEST(Programs, EveryProgramIsChecked) {
   const std::vector<std::string> l_asNames = ProgramNames();
   for (const char* l_sName : {"quor-simd", "quor-steer-demo", "quor-wire-demo",
-                              "quor-example-client", "quor-example-sim"})
+                              "quor-example-client", "quor-example-sim", "quor-example-run"})
     EXPECT_NE(std::find(l_asNames.begin(), l_asNames.end(), l_sName), l_asNames.end())
         << l_sName;
 }
