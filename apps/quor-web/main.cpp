@@ -8,6 +8,8 @@
 #include <unistd.h>
 #include <wx/cmdline.h>
 
+#include <atomic>
+#include <chrono>
 #include <climits>
 #include <cstdio>
 #include <iostream>
@@ -114,14 +116,21 @@ int main(int argc, char** argv) {
   std::cout << "quor-web listening on port " << l_cServer.Port() << "\n"
             << "quor-web: open " << l_sUrl << std::endl;
 
-  std::thread l_cSignalWaiter([&l_cSignals, &l_cServer] {
+  // A stop asked for before the server answers is lost: the waiter asks
+  // again until Run has returned.
+  std::atomic<bool> l_bDone{false};
+  std::thread l_cSignalWaiter([&l_cSignals, &l_cServer, &l_bDone] {
     int l_nSignal = 0;
     sigwait(&l_cSignals, &l_nSignal);
-    l_cServer.Stop();
+    while (!l_bDone) {
+      l_cServer.Stop();
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
   });
   l_cServer.Run();
   // Run ends by Stop (a signal) or when listening fails: the waiter ends
   // either way.
+  l_bDone = true;
   kill(getpid(), SIGTERM);
   l_cSignalWaiter.join();
   l_cLink.Stop();

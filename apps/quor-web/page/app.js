@@ -21,9 +21,14 @@ const view = {
 
 // ---- requests ------------------------------------------------------------
 
+// The latest request of each control: an older answer does not overwrite
+// what a newer one said.
+const latest = {};
+
 async function post(path, body, control) {
   const refusal = control ? $('refusal-' + control) : null;
   if (refusal) refusal.textContent = '';
+  const serial = latest[control] = (latest[control] || 0) + 1;
   let answer;
   try {
     const response = await fetch(path, {
@@ -37,7 +42,7 @@ async function post(path, body, control) {
     answer = {error: 'quor-web cannot be reached (' + error.message + ')'};
   }
   const problems = answer.error ? [answer.error] : (answer.refusals || []);
-  if (refusal) refusal.textContent = problems.join('\n');
+  if (refusal && latest[control] === serial) refusal.textContent = problems.join('\n');
   return answer;
 }
 
@@ -157,6 +162,12 @@ function showPlaces() {
 
 function number(value) {
   return Number.isFinite(value) ? +value.toPrecision(6) : '';
+}
+
+// A bound as a short text: 1e-20, 0.5, 1e+9.
+function short(value) {
+  return Math.abs(value) >= 1e5 || (value !== 0 && Math.abs(value) < 1e-3)
+    ? value.toExponential() : String(value);
 }
 
 function showModel() {
@@ -313,15 +324,16 @@ async function loadSettings() {
     } else {
       field = document.createElement('input');
       field.type = 'text';
-      if (setting.min !== undefined && setting.max !== undefined) field.title = `${setting.min} to ${setting.max}`;
     }
     field.value = setting.value;
     field.dataset.setting = setting.name;
     field.dataset.original = setting.value;
     field.id = 'setting-' + setting.name;
     row.insertCell().append(field);
-    row.insertCell().textContent =
-      setting.min !== undefined && setting.max !== undefined ? `${setting.min} … ${setting.max}` : '';
+    const range = row.insertCell();
+    range.className = 'range';
+    if (setting.min !== undefined && setting.max !== undefined && setting.min < setting.max)
+      range.textContent = `${short(setting.min)} … ${short(setting.max)}`;
   });
 }
 
