@@ -62,5 +62,7 @@ set(CPACK_DEBIAN_DEV_PACKAGE_SHLIBDEPS OFF)
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ${QUOR_PACKAGE_NAME_tools})
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION science)
+# quor-web serves Debian's copy of the plotting library to its page.
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libjs-chart.js")
 
 include(CPack)
