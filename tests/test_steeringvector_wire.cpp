@@ -1052,8 +1052,9 @@ TEST_F(Wire, MatrixThatCannotBeResizedLogsCannotResizeVector) {
 TEST_F(Wire, RowThatCannotBeSizedLogsCannotResizeVector) {
   Matrix l_aadMatrix;
   PeerSends({Le<uint64_t>(1), Le<uint64_t>(5000), Bytes(40000, 0)});
-  // The first block of 40000 bytes receives the values; the second is the row.
-  EXPECT_EQ(WithFailingAllocation(40000, 1, [&] { return m_cVector.ReceiveVector2D(l_aadMatrix); },
+  // The values inflate straight into the row: the row is the only block of
+  // 40000 bytes.
+  EXPECT_EQ(WithFailingAllocation(40000, 0, [&] { return m_cVector.ReceiveVector2D(l_aadMatrix); },
                                   kCannotResizeVector),
             FAILURE);
   EXPECT_EQ(l_aadMatrix.size(), 1u);
