@@ -106,12 +106,15 @@ void ReadMatrix(benchmark::State& p_cState, Shape p_cShape) {
   p_cState.SetBytesProcessed(static_cast<int64_t>(p_cState.iterations() * p_cShape.Bytes()));
 }
 
-void ZlibFloor(benchmark::State& p_cState, Shape p_cShape) {
+typedef size_t (*RoundTrip)(const void*, size_t, std::vector<unsigned char>&,
+                           std::vector<unsigned char>&);
+
+void CompressFloor(benchmark::State& p_cState, Shape p_cShape, RoundTrip p_fRoundTrip) {
   const std::vector<double> l_adBlock = RowMajor(CachedMatrix(p_cShape));
   std::vector<unsigned char> l_aPacked, l_aUnpacked;
   size_t l_nPacked = 0;
   for (auto _ : p_cState) {
-    l_nPacked = ZlibRoundTrip(l_adBlock.data(), p_cShape.Bytes(), l_aPacked, l_aUnpacked);
+    l_nPacked = p_fRoundTrip(l_adBlock.data(), p_cShape.Bytes(), l_aPacked, l_aUnpacked);
     if (l_nPacked == 0) {
       p_cState.SkipWithError("zlib failed");
       break;
@@ -164,9 +167,15 @@ void RegisterBulkBenchmarks() {
                   (l_sPrefix + ":ours").c_str(),
                   [l_cShape](benchmark::State& p_cState) { ReadMatrix(p_cState, l_cShape); }),
               l_bHeavy);
-    Configure(benchmark::RegisterBenchmark(
-                  (l_sPrefix + ":floor-zlib").c_str(),
-                  [l_cShape](benchmark::State& p_cState) { ZlibFloor(p_cState, l_cShape); }),
+    Configure(benchmark::RegisterBenchmark((l_sPrefix + ":floor-zlib").c_str(),
+                                           [l_cShape](benchmark::State& p_cState) {
+                                             CompressFloor(p_cState, l_cShape, ZlibRoundTrip);
+                                           }),
+              l_bHeavy);
+    Configure(benchmark::RegisterBenchmark((l_sPrefix + ":floor-deflate").c_str(),
+                                           [l_cShape](benchmark::State& p_cState) {
+                                             CompressFloor(p_cState, l_cShape, DeflateRoundTrip);
+                                           }),
               l_bHeavy);
     Configure(benchmark::RegisterBenchmark((l_sPrefix + ":floor-raw").c_str(),
                                            [l_cShape](benchmark::State& p_cState) {

@@ -9,6 +9,7 @@
 #include <cstdio>
 
 #include "bench_cases.h"
+#include "bench_support.h"
 
 int main(int argc, char** argv) {
   wxInitializer l_cWx;
@@ -22,6 +23,8 @@ int main(int argc, char** argv) {
   wxLog::SetLogLevel(wxLOG_Warning);
 
   benchmark::Initialize(&argc, argv);
+  // The compressor of the library's frames, for the table's floors.
+  benchmark::AddCustomContext("quor_compressor", quor_bench::DeflateName());
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   quor_bench::RegisterRequestBenchmarks();
   quor_bench::RegisterBulkBenchmarks();

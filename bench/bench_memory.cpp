@@ -3,12 +3,14 @@
 // with ReadResultMatrix, against the size of the matrix itself.
 //
 // The sending side runs in a forked child, so that only the receiving side
-// is in this process. Two measures:
+// is in this process. Two measures of each side:
 // - the peak of live heap bytes allocated through operator new (which is
 //   how the library and the standard containers allocate) during the
 //   receive, over what was live before it; zlib's own small state is not
 //   counted;
 // - the growth of the process's peak resident set (getrusage ru_maxrss).
+// The forked sender measures the same two of its own while it serves the
+// matrix (over the matrix it holds), and tells them through the pipe.
 // Prints one JSON object on standard output.
 #include <malloc.h>
 #include <sys/resource.h>
@@ -102,15 +104,21 @@ int main() {
     const quor_bench::Matrix l_aadMatrix = quor_bench::SmoothMatrix(ROWS, COLUMNS);
     quor_bench::LoopbackServer l_cServer(&l_aadMatrix, nullptr);
     const unsigned short l_nPort = l_cServer.Port();
+    // The sender's own peak: what sending costs over the matrix it holds.
+    const long long l_nLiveBefore = g_nLiveBytes.load();
+    g_nPeakBytes.store(l_nLiveBefore);
+    const long long l_nResidentBefore = PeakResidentBytes();
     if (write(l_anPipe[1], &l_nPort, sizeof(l_nPort)) != sizeof(l_nPort)) _exit(1);
-    close(l_anPipe[1]);
     l_cServer.Join();
+    const long long l_anSender[2] = {g_nPeakBytes.load() - l_nLiveBefore,
+                                     PeakResidentBytes() - l_nResidentBefore};
+    if (write(l_anPipe[1], l_anSender, sizeof(l_anSender)) != sizeof(l_anSender)) _exit(1);
+    close(l_anPipe[1]);
     _exit(0);
   }
   close(l_anPipe[1]);
   unsigned short l_nPort = 0;
   if (read(l_anPipe[0], &l_nPort, sizeof(l_nPort)) != sizeof(l_nPort)) return 1;
-  close(l_anPipe[0]);
 
   wxInitializer l_cWx;
   wxSocketBase::Initialize();
@@ -134,6 +142,10 @@ int main() {
                            l_paadReceived->back().size() == COLUMNS;
 
   l_pcClient->DisConnectFromServer();
+  long long l_anSender[2] = {-1, -1};
+  if (read(l_anPipe[0], l_anSender, sizeof(l_anSender)) != sizeof(l_anSender))
+    l_anSender[0] = l_anSender[1] = -1;
+  close(l_anPipe[0]);
   int l_nStatus = 0;
   waitpid(l_nChild, &l_nStatus, 0);
   delete l_paadReceived;
@@ -148,10 +160,12 @@ int main() {
       "  \"matrix_bytes\": %zu,\n"
       "  \"heap_peak_bytes\": %lld,\n"
       "  \"heap_retained_bytes\": %lld,\n"
-      "  \"resident_peak_growth_bytes\": %lld\n"
+      "  \"resident_peak_growth_bytes\": %lld,\n"
+      "  \"sender_heap_peak_bytes\": %lld,\n"
+      "  \"sender_resident_peak_growth_bytes\": %lld\n"
       "}\n",
       ROWS, COLUMNS, l_bComplete ? "true" : "false", l_dSeconds, ROWS * COLUMNS * sizeof(double),
       l_nPeak - l_nLiveBefore, l_nLiveAfter - l_nLiveBefore,
-      l_nResidentAfter - l_nResidentBefore);
+      l_nResidentAfter - l_nResidentBefore, l_anSender[0], l_anSender[1]);
   return l_bComplete ? 0 : 1;
 }

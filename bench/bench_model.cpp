@@ -93,7 +93,10 @@ void PackFloor(benchmark::State& p_cState, size_t p_nSize) {
   p_cState.counters["packed_bytes"] = static_cast<double>(l_nBytes);
 }
 
-void ZlibFloor(benchmark::State& p_cState, size_t p_nSize) {
+typedef size_t (*RoundTrip)(const void*, size_t, std::vector<unsigned char>&,
+                           std::vector<unsigned char>&);
+
+void CompressFloor(benchmark::State& p_cState, size_t p_nSize, RoundTrip p_fRoundTrip) {
   const std::vector<quor::SteeringVector*> l_apcSets = SetsOf(CachedNet(p_nSize));
   std::vector<std::vector<char> > l_aaBlocks(l_apcSets.size());
   std::vector<size_t> l_anSizes(l_apcSets.size());
@@ -109,7 +112,7 @@ void ZlibFloor(benchmark::State& p_cState, size_t p_nSize) {
       l_nBytes += l_anSizes[i];
       if (l_anSizes[i] <= 100) continue;
       const size_t l_nPacked =
-          ZlibRoundTrip(l_aaBlocks[i].data(), l_anSizes[i], l_aPacked, l_aUnpacked);
+          p_fRoundTrip(l_aaBlocks[i].data(), l_anSizes[i], l_aPacked, l_aUnpacked);
       if (l_nPacked == 0) {
         p_cState.SkipWithError("zlib failed");
         return;
@@ -154,9 +157,15 @@ void RegisterModelBenchmarks() {
                   (l_sFloors + ":floor-pack").c_str(),
                   [l_nSize](benchmark::State& p_cState) { PackFloor(p_cState, l_nSize); }),
               false);
-    Configure(benchmark::RegisterBenchmark(
-                  (l_sFloors + ":floor-zlib").c_str(),
-                  [l_nSize](benchmark::State& p_cState) { ZlibFloor(p_cState, l_nSize); }),
+    Configure(benchmark::RegisterBenchmark((l_sFloors + ":floor-zlib").c_str(),
+                                           [l_nSize](benchmark::State& p_cState) {
+                                             CompressFloor(p_cState, l_nSize, ZlibRoundTrip);
+                                           }),
+              false);
+    Configure(benchmark::RegisterBenchmark((l_sFloors + ":floor-deflate").c_str(),
+                                           [l_nSize](benchmark::State& p_cState) {
+                                             CompressFloor(p_cState, l_nSize, DeflateRoundTrip);
+                                           }),
               false);
   }
 }

@@ -8,6 +8,10 @@
 #include <unistd.h>
 #include <zlib.h>
 
+#ifdef QUOR_HAVE_LIBDEFLATE
+#include <libdeflate.h>
+#endif
+
 #include <wx/app.h>
 #include <wx/apptrait.h>
 #include <wx/evtloop.h>
@@ -445,6 +449,35 @@ size_t ZlibRoundTrip(const void* p_pData, size_t p_nSize, std::vector<unsigned c
   if (uncompress(p_aUnpacked.data(), &l_nUnpacked, p_aPacked.data(), l_nPacked) != Z_OK)
     return 0;
   return l_nPacked;
+}
+
+size_t DeflateRoundTrip(const void* p_pData, size_t p_nSize,
+                        std::vector<unsigned char>& p_aPacked,
+                        std::vector<unsigned char>& p_aUnpacked) {
+#ifdef QUOR_HAVE_LIBDEFLATE
+  static thread_local libdeflate_compressor* s_pcCompressor = libdeflate_alloc_compressor(6);
+  static thread_local libdeflate_decompressor* s_pcDecompressor = libdeflate_alloc_decompressor();
+  const size_t l_nBound = compressBound(static_cast<uLong>(p_nSize));
+  if (p_aPacked.size() < l_nBound) p_aPacked.resize(l_nBound);
+  if (p_aUnpacked.size() < p_nSize) p_aUnpacked.resize(p_nSize);
+  const size_t l_nPacked = libdeflate_zlib_compress(s_pcCompressor, p_pData, p_nSize,
+                                                    p_aPacked.data(), l_nBound);
+  if (l_nPacked == 0) return 0;
+  if (libdeflate_zlib_decompress(s_pcDecompressor, p_aPacked.data(), l_nPacked,
+                                 p_aUnpacked.data(), p_nSize, NULL) != LIBDEFLATE_SUCCESS)
+    return 0;
+  return l_nPacked;
+#else
+  return ZlibRoundTrip(p_pData, p_nSize, p_aPacked, p_aUnpacked);
+#endif
+}
+
+const char* DeflateName() {
+#ifdef QUOR_HAVE_LIBDEFLATE
+  return "libdeflate";
+#else
+  return "zlib";
+#endif
 }
 
 }  // namespace quor_bench

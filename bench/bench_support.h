@@ -153,6 +153,14 @@ void UnpackSet(quor::SteeringVector& p_cSet, const std::vector<char>& p_aBuffer)
 // zlib compress() at the default level and uncompress() of the same bytes,
 // with buffers kept between calls. Returns the compressed size (0 when
 // zlib failed).
+// The same through the library's own compressor (libdeflate where the
+// library was built with it, zlib otherwise), at the default level.
+size_t DeflateRoundTrip(const void* p_pData, size_t p_nSize,
+                        std::vector<unsigned char>& p_aPacked,
+                        std::vector<unsigned char>& p_aUnpacked);
+// The name of that compressor ("libdeflate" or "zlib").
+const char* DeflateName();
+
 size_t ZlibRoundTrip(const void* p_pData, size_t p_nSize, std::vector<unsigned char>& p_aPacked,
                      std::vector<unsigned char>& p_aUnpacked);
 

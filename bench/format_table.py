@@ -3,7 +3,9 @@
 """Prints the benchmark table: one row per figure of ours beside one floor.
 
 Reads the Google Benchmark JSON of quor_bench and the JSON object printed by
-quor_bench_memory. Times are the medians of the repetitions (real time).
+quor_bench_memory. Times are the medians of the repetitions (real time),
+each followed by the spread of its repetitions (their coefficient of
+variation, ±%).
 Benchmark names follow <group>:<case>:ours and <group>:<case>:floor-<what>.
 """
 
@@ -16,11 +18,15 @@ def load_times(path):
     with open(path) as f:
         data = json.load(f)
     scale = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
-    medians, singles = {}, {}
+    medians, singles, spreads = {}, {}, {}
     for entry in data.get("benchmarks", []):
         name = entry.get("run_name", entry["name"]).split("/")[0]
         if entry.get("error_occurred"):
             singles[name] = None
+            continue
+        if entry.get("run_type") == "aggregate" and entry.get("aggregate_name") == "cv":
+            # A fraction, whatever the time unit says.
+            spreads[name] = entry["real_time"]
             continue
         seconds = entry["real_time"] * scale[entry.get("time_unit", "ns")]
         if entry.get("run_type") == "aggregate":
@@ -31,7 +37,7 @@ def load_times(path):
             singles[name] = (seconds, entry)
     result = dict(singles)
     result.update(medians)
-    return data.get("context", {}), result
+    return data.get("context", {}), result, spreads
 
 
 def fmt_time(seconds):
@@ -40,6 +46,13 @@ def fmt_time(seconds):
     if seconds < 1.0:
         return "%.2f ms" % (seconds * 1e3)
     return "%.2f s" % seconds
+
+
+def fmt_spread(cv):
+    """The spread of the repetitions beside a median."""
+    if cv is None:
+        return ""
+    return " ±%.0f%%" % (cv * 100)
 
 
 def fmt_rate(per_second):
@@ -58,12 +71,13 @@ def main(argv):
     if len(argv) != 3:
         sys.stderr.write("usage: format_table.py BENCH.json MEMORY.json\n")
         return 2
-    _context, times = load_times(argv[1])
+    context, times, spreads = load_times(argv[1])
     with open(argv[2]) as f:
         memory = json.load(f)
 
     rows = []
     missing = []
+    compressor = context.get("quor_compressor", "?")
 
     def row(label, ours_name, floor_names, floor_label):
         """One row; a floor of several names is the sum of their times."""
@@ -76,8 +90,11 @@ def main(argv):
             return
         ours = times[ours_name][0]
         floor = sum(times[n][0] for n in floor_names)
-        rows.append((label + " — vs " + floor_label, fmt_time(ours), fmt_time(floor),
-                     "%.1f×" % (ours / floor)))
+        floor_spread = max([spreads.get(n, 0.0) for n in floor_names])
+        rows.append((label + " — vs " + floor_label,
+                     fmt_time(ours) + fmt_spread(spreads.get(ours_name)),
+                     fmt_time(floor) + fmt_spread(floor_spread if floor_names else None),
+                     "%.2f×" % (ours / floor)))
 
     for request, frames in (("ChangeCurrentParameterValues", 3), ("CMD_Start", 5),
                             ("ReadSimulatorState", 2)):
@@ -108,9 +125,11 @@ def main(argv):
         base = "bulk:ReadResultMatrix-%dx%d:" % (r, c)
         label = "ReadResultMatrix %s×%s (%s)" % (fmt_count(r), fmt_count(c), fmt_mb(r * c * 8))
         row(label, base + "ours", base + "floor-zlib", "zlib compress+uncompress")
+        row(label, base + "ours", base + "floor-deflate",
+            "the library's compressor (%s), compress+uncompress" % compressor)
         row(label, base + "ours", base + "floor-raw", "raw socket transfer, uncompressed")
-        row(label, base + "ours", [base + "floor-zlib", base + "floor-raw"],
-            "sum of the two floors")
+        row(label, base + "ours", [base + "floor-deflate", base + "floor-raw"],
+            "its compressor plus the raw transfer")
 
     for size in (1000, 100000):
         floors = "model:net-%d:" % size
@@ -122,21 +141,30 @@ def main(argv):
             label = "Model %s %s places+transitions%s, %s" % (way, fmt_count(size), packed, what)
             ours = "model:%s-%d:ours" % (way, size)
             row(label, ours, floors + "floor-pack", "pack+unpack in memory")
-            row(label, ours, floors + "floor-zlib", "zlib compress+uncompress")
+            row(label, ours, [floors + "floor-pack", floors + "floor-deflate"],
+                "pack+compress+uncompress+unpack (%s)" % compressor)
             row(label, ours, [floors + "floor-pack", floors + "floor-zlib"],
-                "sum of the two floors")
+                "pack+compress+uncompress+unpack (zlib)")
 
     matrix = memory["matrix_bytes"]
-    label = "Peak memory receiving %s×%s" % (fmt_count(memory["rows"]),
-                                            fmt_count(memory["columns"]))
+    shape = "%s×%s" % (fmt_count(memory["rows"]), fmt_count(memory["columns"]))
     if memory.get("complete"):
-        for key, what in (("heap_peak_bytes", "peak live heap"),
-                          ("resident_peak_growth_bytes", "peak RSS growth")):
-            rows.append(("%s: %s — vs the matrix itself" % (label, what),
-                         fmt_mb(memory[key]), fmt_mb(matrix), "%.1f×" % (memory[key] / matrix)))
+        for side, prefix in (("receiving", ""), ("sending", "sender_")):
+            label = "Peak memory %s %s" % (side, shape)
+            for key, what in (("heap_peak_bytes", "peak live heap"),
+                              ("resident_peak_growth_bytes", "peak RSS growth")):
+                value = memory.get(prefix + key, -1)
+                if value < 0:
+                    missing.append("memory (%s)" % side)
+                    rows.append(("%s: %s — vs the matrix itself" % (label, what), "failed",
+                                 fmt_mb(matrix), "—"))
+                    continue
+                rows.append(("%s: %s — vs the matrix itself" % (label, what),
+                             fmt_mb(value), fmt_mb(matrix), "%.2f×" % (value / matrix)))
     else:
         missing.append("memory")
-        rows.append((label + " — vs the matrix itself", "failed", fmt_mb(matrix), "—"))
+        rows.append(("Peak memory receiving %s — vs the matrix itself" % shape, "failed",
+                     fmt_mb(matrix), "—"))
 
     header = ("case", "ours", "floor", "ratio")
     widths = [max(len(r[i]) for r in rows + [header]) for i in range(4)]

@@ -13,6 +13,7 @@
 #include <zlib.h>
 
 #include <cstdint>
+#include <algorithm>
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -451,6 +452,143 @@ TEST(Amplification, MatrixSizePairCommitsNothingUntilTheValuesArrive) {
   EXPECT_LT(l_cWatch.Peak(), 64 * KiB);
   l_cPair.Join();
   EXPECT_EQ(l_aadMatrix, (std::vector<std::vector<double> >{{1.0}}));
+}
+
+// A received matrix inflates straight into its rows, its stream read in
+// pieces: the receiver holds the matrix and one piece, not the values a
+// second time (nor the whole stream).
+TEST(Amplification, ReceivedMatrixCostsLittleMoreThanItself) {
+  const uint64_t l_nRows = 200, l_nColumns = 2000;
+  Bytes l_aValues(l_nRows * l_nColumns * sizeof(double));
+  for (size_t i = 0; i < l_aValues.size(); ++i)
+    l_aValues[i] = static_cast<uint8_t>((i * 2654435761u) >> 13);  // compresses poorly
+  LoopbackPair l_cPair;
+  quor::SteeringVector l_cVector(l_cPair.Socket());
+  l_cPair.Run([&](RawPeer& p) {
+    p.SendValue<uint64_t>(l_nRows);
+    p.SendValue<uint64_t>(l_nColumns);
+    p.SendFrame(l_aValues);
+  });
+  std::vector<std::vector<double> > l_aadMatrix;
+  CommitWatch l_cWatch;
+  EXPECT_EQ(l_cVector.ReceiveVector2D(l_aadMatrix), 1u);
+  const long long l_nMatrix = static_cast<long long>(
+      l_aValues.size() + l_nRows * sizeof(std::vector<double>));
+  EXPECT_LE(l_cWatch.Peak(), l_nMatrix + 256 * KiB + 64 * KiB);
+  l_cPair.Join();
+  EXPECT_TRUE(l_cVector.LastFrameClean());
+  ASSERT_EQ(l_aadMatrix.size(), l_nRows);
+  for (size_t r = 0; r < l_nRows; ++r)
+    ASSERT_EQ(std::memcmp(l_aadMatrix[r].data(),
+                          l_aValues.data() + r * l_nColumns * sizeof(double),
+                          l_nColumns * sizeof(double)),
+              0)
+        << r;
+}
+
+namespace {
+// A matrix of 3 rows of 40 columns received from a stream of the peer's
+// making; the values the peer meant are 0, 1, 2, ... as doubles.
+Bytes CountingValues(size_t p_nValues) {
+  Bytes l_a;
+  for (size_t i = 0; i < p_nValues; ++i) {
+    const Bytes l_aOne = Le(static_cast<double>(i));
+    l_a.insert(l_a.end(), l_aOne.begin(), l_aOne.end());
+  }
+  return l_a;
+}
+
+std::vector<std::vector<double> > MatrixFromStream(const Bytes& p_aStream, bool* p_pbClean) {
+  LoopbackPair l_cPair;
+  quor::SteeringVector l_cVector(l_cPair.Socket());
+  l_cPair.Run([&](RawPeer& p) {
+    p.SendValue<uint64_t>(3);
+    p.SendValue<uint64_t>(40);
+    SendStream(p, p_aStream.size(), p_aStream);
+  });
+  std::vector<std::vector<double> > l_aadMatrix{{7.0}};
+  EXPECT_EQ(l_cVector.ReceiveVector2D(l_aadMatrix), 1u);
+  l_cPair.Join();
+  EXPECT_EQ(l_cPair.Peer().Received(), Bytes(4, 0x61));
+  *p_pbClean = l_cVector.LastFrameClean();
+  return l_aadMatrix;
+}
+
+// The matrix that the first p_nBytes of the values and zeros after them
+// make.
+std::vector<std::vector<double> > PrefixMatrix(const Bytes& p_aValues, size_t p_nBytes) {
+  Bytes l_a(3 * 40 * sizeof(double), 0);
+  std::memcpy(l_a.data(), p_aValues.data(), std::min(p_nBytes, l_a.size()));
+  std::vector<std::vector<double> > l_aad(3, std::vector<double>(40));
+  for (size_t r = 0; r < 3; ++r)
+    std::memcpy(l_aad[r].data(), l_a.data() + r * 40 * sizeof(double), 40 * sizeof(double));
+  return l_aad;
+}
+}  // namespace
+
+TEST(HostileMatrixStream, CleanStreamFillsEveryRow) {
+  const Bytes l_aValues = CountingValues(120);
+  bool l_bClean = false;
+  EXPECT_EQ(MatrixFromStream(Deflate(l_aValues), &l_bClean), PrefixMatrix(l_aValues, 960));
+  EXPECT_TRUE(l_bClean);
+}
+
+// What the stream produced stays; the rows it did not reach are zeros.
+TEST(HostileMatrixStream, StreamThatStopsShortLeavesZerosAfterWhatItProduced) {
+  const Bytes l_aValues = CountingValues(120);
+  Bytes l_aStream = Deflate(l_aValues);
+  l_aStream.resize(l_aStream.size() / 2);
+  // zlib's own count of what the half stream produces.
+  Bytes l_aOut(960);
+  uLongf l_nProduced = 960;
+  uLong l_nConsumed = static_cast<uLong>(l_aStream.size());
+  uncompress2(l_aOut.data(), &l_nProduced, l_aStream.data(), &l_nConsumed);
+  ASSERT_LT(l_nProduced, 960u);
+  bool l_bClean = true;
+  EXPECT_EQ(MatrixFromStream(l_aStream, &l_bClean), PrefixMatrix(l_aValues, l_nProduced));
+  EXPECT_FALSE(l_bClean);
+}
+
+TEST(HostileMatrixStream, StreamThatNeverEndsGivesItsBytesAndZeros) {
+  bool l_bClean = true;
+  const Bytes l_aForty = FortyByteStreamThatStops();
+  const Bytes l_aText(l_aForty.end() - 40, l_aForty.end());
+  EXPECT_EQ(MatrixFromStream(l_aForty, &l_bClean), PrefixMatrix(l_aText, 40));
+  EXPECT_FALSE(l_bClean);
+}
+
+TEST(HostileMatrixStream, LongerStreamIsCutToTheMatrix) {
+  const Bytes l_aValues = CountingValues(200);
+  bool l_bClean = true;
+  EXPECT_EQ(MatrixFromStream(Deflate(l_aValues), &l_bClean), PrefixMatrix(l_aValues, 960));
+  EXPECT_FALSE(l_bClean);
+}
+
+TEST(HostileMatrixStream, BytesAfterTheStreamMakeItUnclean) {
+  const Bytes l_aValues = CountingValues(120);
+  bool l_bClean = true;
+  EXPECT_EQ(MatrixFromStream(Cat({Deflate(l_aValues), Hex("00 01 02")}), &l_bClean),
+            PrefixMatrix(l_aValues, 960));
+  EXPECT_FALSE(l_bClean);
+}
+
+TEST(HostileMatrixStream, CorruptStreamGivesZerosWhereItFailed) {
+  const Bytes l_aValues = CountingValues(120);
+  Bytes l_aStream = Deflate(l_aValues);
+  l_aStream[l_aStream.size() / 2] ^= 0xff;
+  l_aStream[l_aStream.size() / 2 + 1] ^= 0x5a;
+  Bytes l_aOut(960);
+  uLongf l_nProduced = 960;
+  uLong l_nConsumed = static_cast<uLong>(l_aStream.size());
+  const int l_nCode = uncompress2(l_aOut.data(), &l_nProduced, l_aStream.data(), &l_nConsumed);
+  ASSERT_NE(l_nCode, Z_OK);
+  bool l_bClean = true;
+  const std::vector<std::vector<double> > l_aadGot = MatrixFromStream(l_aStream, &l_bClean);
+  EXPECT_FALSE(l_bClean);
+  // The bytes zlib produced before it gave up, then zeros.
+  Bytes l_aFlat(960, 0);
+  std::memcpy(l_aFlat.data(), l_aOut.data(), l_nProduced);
+  EXPECT_EQ(l_aadGot, PrefixMatrix(l_aFlat, 960));
 }
 
 TEST(Amplification, RowsWithoutColumnsAreCapped) {

@@ -28,6 +28,7 @@
 #include "log_capture.h"
 #include "quor/keys.h"
 #include "quor/model.h"
+#include "quor/modelruntimestate.h"
 #include "quor/simulatorState.h"
 #include "quor/steeringclient.h"
 #include "quor/steeringdispatcher.h"
@@ -827,6 +828,34 @@ TEST_F(RunnerTest, StartsThatCannotRunAreRefused) {
   EXPECT_TRUE(Contains(Utf8(l_sReason), "10000000 output points of 1000 rows")) << Utf8(l_sReason);
   EXPECT_EQ(l_cRunner.GetState(), SIMULATOR_IDLE);
   EXPECT_EQ(m_cGrowth.m_nCalls.load(), 0);
+}
+
+// Each output point is appended to the store's matrix as a column: while
+// nobody holds a snapshot, the published matrix stays the same object from
+// point to point instead of being replaced by a copy of the whole run.
+TEST_F(RunnerTest, EachOutputPointIsAppendedToThePublishedMatrix) {
+  // A paced run publishes at every output point.
+  m_cStore.WithRuntimeState(m_nModel, [](ModelRuntimeState& p_rState) {
+    p_rState.SetAttributeValue(keys::SIMULATOR_SPEED, 100000);
+  });
+  std::vector<const void*> l_apMatrices;
+  std::vector<size_t> l_anColumns;
+  SteeringRunPlan l_cPlan = Plan(4);
+  l_cPlan.m_fStep = [&](SteeringStep& p_rStep) {
+    if (p_rStep.GetPoint() >= 1) {
+      const SteeringMatrixSnapshot l_pcMatrix = m_cStore.ShareResultMatrix(m_nModel);
+      l_apMatrices.push_back(l_pcMatrix.get());
+      l_anColumns.push_back(l_pcMatrix->empty() ? 0 : (*l_pcMatrix)[0].size());
+    }
+    return m_cGrowth.Step(p_rStep);
+  };
+  EXPECT_EQ(Run(l_cPlan), SIMULATOR_FINISHED);
+  EXPECT_EQ(l_anColumns, (std::vector<size_t>{1, 2, 3, 4}));
+  ASSERT_EQ(l_apMatrices.size(), 4u);
+  for (size_t i = 1; i < l_apMatrices.size(); ++i) EXPECT_EQ(l_apMatrices[i], l_apMatrices[0]);
+  const SteeringMatrix l_aadResults = m_cStore.GetResultMatrix(m_nModel);
+  ASSERT_EQ(l_aadResults.size(), 2u);
+  EXPECT_EQ(l_aadResults[0].size(), 5u);
 }
 
 TEST(RunnerGrid, CountsThePointsOfAnInterval) {

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -45,15 +46,84 @@ const std::string kCannotResizeVector = "Error: Cannot resize vector.";
 const Bytes kMarker = Hex("de ad be ef");
 
 // The bytes one side writes for a value frame (acknowledgements aside): the
-// value itself up to 100 bytes, else the 8-byte length of zlib's stream at
-// the default level and the stream.
+// value itself up to 100 bytes, else the 8-byte length of a zlib stream of
+// the value and the stream. Here the stream is zlib's own at the default
+// level; the library's deflate bytes may differ (they are the compressor's
+// choice), so the images made here are remembered and the wire is compared
+// with them through CanonicalWire.
+std::vector<Bytes>& CompressedImages() {
+  static std::vector<Bytes> s_a;
+  return s_a;
+}
+
 Bytes FrameImage(const Bytes& p_aValue) {
   if (p_aValue.size() <= 100) return p_aValue;
   uLongf l_nLength = compressBound(static_cast<uLong>(p_aValue.size()));
   Bytes l_aStream(l_nLength);
   compress(l_aStream.data(), &l_nLength, p_aValue.data(), static_cast<uLong>(p_aValue.size()));
   l_aStream.resize(l_nLength);
-  return Cat({Le(static_cast<uint64_t>(l_nLength)), l_aStream});
+  Bytes l_aImage = Cat({Le(static_cast<uint64_t>(l_nLength)), l_aStream});
+  CompressedImages().push_back(l_aImage);
+  return l_aImage;
+}
+
+// The value a compressed image of FrameImage carries.
+Bytes ImageValue(const Bytes& p_aImage, size_t p_nMost) {
+  Bytes l_aValue(p_nMost);
+  uLongf l_nLength = static_cast<uLongf>(p_nMost);
+  if (uncompress(l_aValue.data(), &l_nLength, p_aImage.data() + 8,
+                 static_cast<uLong>(p_aImage.size() - 8)) != Z_OK)
+    return {};
+  l_aValue.resize(l_nLength);
+  return l_aValue;
+}
+
+// p_aWire with each compressed frame that stands where p_aExpected holds one
+// of the images FrameImage made replaced by that image, when (and only when)
+// the frame is a default-level zlib stream (78 9C), whose length is the
+// frame's, that zlib decodes to exactly the image's value with nothing left
+// over. Every other byte stays as it came, so the comparison is as strict as
+// a byte comparison about everything but the deflate bytes.
+Bytes CanonicalWire(const Bytes& p_aWire, const Bytes& p_aExpected) {
+  Bytes l_aOut;
+  size_t l_nExpected = 0, l_nWire = 0;
+  while (l_nExpected < p_aExpected.size() && l_nWire < p_aWire.size()) {
+    // The next image in the expected bytes.
+    size_t l_nAt = p_aExpected.size();
+    const Bytes* l_pImage = nullptr;
+    for (const Bytes& l_aImage : CompressedImages()) {
+      auto l_it = std::search(p_aExpected.begin() + static_cast<long>(l_nExpected),
+                              p_aExpected.end(), l_aImage.begin(), l_aImage.end());
+      const size_t l_nPos = static_cast<size_t>(l_it - p_aExpected.begin());
+      if (l_it != p_aExpected.end() && l_nPos < l_nAt) l_nAt = l_nPos, l_pImage = &l_aImage;
+    }
+    if (l_pImage == nullptr) break;
+    const size_t l_nRaw = l_nAt - l_nExpected;
+    if (l_nWire + l_nRaw + 8 > p_aWire.size()) break;
+    l_aOut.insert(l_aOut.end(), p_aWire.begin() + static_cast<long>(l_nWire),
+                  p_aWire.begin() + static_cast<long>(l_nWire + l_nRaw));
+    l_nWire += l_nRaw;
+    l_nExpected = l_nAt;
+    uint64_t l_nLength = 0;
+    std::memcpy(&l_nLength, p_aWire.data() + l_nWire, 8);
+    if (l_nLength < 2 || l_nLength > p_aWire.size() - l_nWire - 8) break;
+    const uint8_t* l_pStream = p_aWire.data() + l_nWire + 8;
+    if (l_pStream[0] != 0x78 || l_pStream[1] != 0x9c) break;
+    const Bytes l_aWanted = ImageValue(*l_pImage, 1u << 26);
+    Bytes l_aGot(l_aWanted.size() + 1);
+    uLongf l_nGot = static_cast<uLongf>(l_aGot.size());
+    uLong l_nConsumed = static_cast<uLong>(l_nLength);
+    if (uncompress2(l_aGot.data(), &l_nGot, l_pStream, &l_nConsumed) != Z_OK ||
+        l_nConsumed != l_nLength || l_nGot != l_aWanted.size())
+      break;
+    l_aGot.resize(l_nGot);
+    if (l_aGot != l_aWanted) break;
+    l_aOut.insert(l_aOut.end(), l_pImage->begin(), l_pImage->end());
+    l_nWire += 8 + static_cast<size_t>(l_nLength);
+    l_nExpected += l_pImage->size();
+  }
+  l_aOut.insert(l_aOut.end(), p_aWire.begin() + static_cast<long>(l_nWire), p_aWire.end());
+  return l_aOut;
 }
 
 // An attribute-list message as its sender writes it: the total, the block.
@@ -307,7 +377,8 @@ class Wire : public ::testing::Test {
   // Waits for the peer; then what it read from and wrote to the library.
   void ExpectWire(const Bytes& p_aFromLibrary, const Bytes& p_aToLibrary) {
     m_cPair.Join();
-    EXPECT_EQ(ToHex(m_cPair.Peer().Received()), ToHex(p_aFromLibrary));
+    EXPECT_EQ(ToHex(CanonicalWire(m_cPair.Peer().Received(), p_aFromLibrary)),
+              ToHex(p_aFromLibrary));
     EXPECT_EQ(ToHex(m_cPair.Peer().Sent()), ToHex(p_aToLibrary));
   }
   // A call that must put nothing on the wire: the marker the library sends
@@ -981,8 +1052,9 @@ TEST_F(Wire, MatrixThatCannotBeResizedLogsCannotResizeVector) {
 TEST_F(Wire, RowThatCannotBeSizedLogsCannotResizeVector) {
   Matrix l_aadMatrix;
   PeerSends({Le<uint64_t>(1), Le<uint64_t>(5000), Bytes(40000, 0)});
-  // The first block of 40000 bytes receives the values; the second is the row.
-  EXPECT_EQ(WithFailingAllocation(40000, 1, [&] { return m_cVector.ReceiveVector2D(l_aadMatrix); },
+  // The values inflate straight into the row: the row is the only block of
+  // 40000 bytes.
+  EXPECT_EQ(WithFailingAllocation(40000, 0, [&] { return m_cVector.ReceiveVector2D(l_aadMatrix); },
                                   kCannotResizeVector),
             FAILURE);
   EXPECT_EQ(l_aadMatrix.size(), 1u);

@@ -33,7 +33,7 @@ def main(argv):
     if len(argv) != 3:
         sys.stderr.write("usage: format_rows.py ENGINE.json SCIPY.json\n")
         return 2
-    _context, times = load_times(argv[1])
+    _context, times, _spreads = load_times(argv[1])
     with open(argv[2]) as f:
         scipy = json.load(f)
 

@@ -102,20 +102,36 @@ inline const char* GetFixed(const char* src, bool* value) {
   return src + 1;
 }
 
-// The bytes of a text by the character-count rule: exactly
+// Writes the bytes of a text by the character-count rule to dst: exactly
 // p_sText.length() bytes, taken from the front of its multibyte form in the
 // given conversion. A multibyte form that is shorter (or a conversion that
 // fails) is padded with zero bytes, so the result never reads past the
-// converted buffer.
-inline std::string CharCountBytes(const wxString& p_sText,
-                                  const wxMBConv& p_cConv) {
+// converted buffer. Text of ASCII characters alone (whose multibyte form in
+// every conversion the library meets is the characters themselves) is
+// written straight, without a converted copy. REQUIRES: dst has room for
+// p_sText.length() bytes. Returns the byte after them.
+inline char* PutCharCountBytes(char* dst, const wxString& p_sText, const wxMBConv& p_cConv) {
   const size_t l_nCount = p_sText.length();
-  std::string l_sBytes(l_nCount, '\0');
-  if (l_nCount == 0) return l_sBytes;
+  if (l_nCount == 0) return dst;
+  size_t l_nAscii = 0;
+  for (wxString::const_iterator l_it = p_sText.begin(); l_it != p_sText.end(); ++l_it) {
+    const wxUniChar l_cChar = *l_it;
+    if (!l_cChar.IsAscii()) break;
+    dst[l_nAscii++] = static_cast<char>(l_cChar.GetValue());
+  }
+  if (l_nAscii == l_nCount) return dst + l_nCount;
   const wxCharBuffer l_cBuffer = p_sText.mb_str(p_cConv);
   const size_t l_nAvailable = l_cBuffer.data() ? l_cBuffer.length() : 0;
-  std::memcpy(&l_sBytes[0], l_cBuffer.data() ? l_cBuffer.data() : "",
-              l_nAvailable < l_nCount ? l_nAvailable : l_nCount);
+  const size_t l_nTaken = l_nAvailable < l_nCount ? l_nAvailable : l_nCount;
+  if (l_nTaken != 0) std::memcpy(dst, l_cBuffer.data(), l_nTaken);
+  if (l_nTaken < l_nCount) std::memset(dst + l_nTaken, 0, l_nCount - l_nTaken);
+  return dst + l_nCount;
+}
+
+// The same bytes as a string.
+inline std::string CharCountBytes(const wxString& p_sText, const wxMBConv& p_cConv) {
+  std::string l_sBytes(p_sText.length(), '\0');
+  if (!l_sBytes.empty()) PutCharCountBytes(&l_sBytes[0], p_sText, p_cConv);
   return l_sBytes;
 }
 
@@ -144,10 +160,8 @@ inline char* PutCount(char* dst, unsigned long long p_nCount) {
 
 // REQUIRES: dst has room for PackedTextSize(p_sText) bytes.
 inline char* PutText(char* dst, const wxString& p_sText) {
-  const std::string l_sBytes = CharCountBytes(p_sText, *wxConvCurrent);
-  dst = PutCount(dst, l_sBytes.size());
-  if (!l_sBytes.empty()) std::memcpy(dst, l_sBytes.data(), l_sBytes.size());
-  return dst + l_sBytes.size();
+  dst = PutCount(dst, p_sText.length());
+  return PutCharCountBytes(dst, p_sText, *wxConvCurrent);
 }
 
 // Lists of fixed-width elements: a packed count, then the elements' bytes

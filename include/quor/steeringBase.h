@@ -62,6 +62,23 @@ class QUOR_API SteeringBase : public SteeringCommunicator {
     return ReceiveFrame(p_nSize, l_cStorage);
   }
 
+  // Where ReceiveValueInParts puts part p_nIndex of a frame: a char* to the
+  // part's writable bytes, or NULL when the part cannot be made (its maker
+  // has said why).
+  typedef std::function<char*(unsigned long long p_nIndex)> PartMaker;
+
+  // The same frame, received straight into consecutive parts of p_nPart
+  // bytes (REQUIRES: p_nPart > 0 and divides p_nSize) that p_fPart makes
+  // in order once the frame's bytes reach them. A compressed frame's stream
+  // is read in pieces of at most STREAM_PIECE bytes and inflated as it
+  // comes, so that besides the parts the receiver holds one piece. Parts
+  // that the stream does not reach are still made, and zeroed (the frame is
+  // then not clean, as ReceiveValue's). Results as ReceiveValue's; FAILURE,
+  // with the rest of the frame still read and acknowledged, when a part
+  // cannot be made.
+  unsigned int ReceiveValueInParts(unsigned int p_nSize, unsigned int p_nPart,
+                                   const PartMaker& p_fPart);
+
   // The character count (8 bytes), then that many bytes of the text in the
   // C library's locale encoding.
   unsigned int SendString(const wxString& value);
@@ -175,6 +192,11 @@ class QUOR_API SteeringBase : public SteeringCommunicator {
   class FixedStorage;
 
   unsigned int ReceiveFrame(unsigned int p_nSize, FrameStorage& p_cStorage);
+  // A compressed frame's length, for a value of p_nSize bytes: 1; FAILURE
+  // for a length of 0 (no stream is empty: the frame was cut short); 0
+  // after "Error: cannot allocate memory" for a length that no stream of
+  // p_nSize bytes needs (more than compressBound).
+  unsigned int ReceiveStreamLength(unsigned int p_nSize, unsigned long long* p_pnLength);
   // Reads a compressed frame's stream of p_nLength bytes in pieces into a
   // block that grows as they arrive. 1, the failing read's code, or 0 after
   // "Error: cannot allocate memory".

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The root of the wire stack: one socket pointer, one mutex, and the only raw
 // transfers of the library (one blocking write or read of a byte block), plus
-// zlib's one-shot compression.
+// one-shot compression into zlib streams (libdeflate's where the library was
+// built with it, zlib's otherwise; both write the default level's header 78
+// 9C, and zlib's uncompress decodes either).
 #ifndef QUOR_STEERINGCOMMUNICATOR_H
 #define QUOR_STEERINGCOMMUNICATOR_H
 
@@ -41,11 +43,17 @@ class QUOR_API SteeringCommunicator {
   // socket errors are reported to callers by result code alone.
   void ShowSocketError(const int& error);
 
-  // zlib compress() at the default level into a new[] block of
+  // A zlib stream at the default level into a new[] block of
   // compressBound(size) bytes; `size` becomes the compressed length. Returns
   // NULL (after logging "Error: cannot allocate memory") when the block
   // cannot be allocated. The caller frees the block with delete[].
   void* Compress(const void* source, unsigned long long& size);
+
+  // A zlib stream at the default level of p_nSize bytes at p_pSource into
+  // p_pDest; returns its length. REQUIRES: p_nRoom >= compressBound(p_nSize)
+  // (then the stream always fits).
+  static unsigned long long CompressInto(const void* p_pSource, unsigned long long p_nSize,
+                                         void* p_pDest, unsigned long long p_nRoom);
 
   // zlib uncompress() of `sourceSize` bytes into at most `destSize` bytes;
   // returns zlib's code (Z_OK is 0).
@@ -62,7 +70,19 @@ class QUOR_API SteeringCommunicator {
                            void* p_pDest, unsigned int p_nSize);
 
   wxSocketBase* GetClientSocket() const { return m_pcClientSocket; }
-  void SetClientSocket(wxSocketBase* p_pcSocket) { m_pcClientSocket = p_pcSocket; }
+  // Hands the communicator a socket (NULL allowed). Whoever connects a
+  // socket again (a new descriptor behind the same object) hands it again,
+  // or calls SocketsRenewed, so that its kernel timeouts are set anew.
+  void SetClientSocket(wxSocketBase* p_pcSocket);
+
+  // Tells every communicator that a socket it holds may have a new
+  // descriptor: each sets the socket's kernel timeouts again before its next
+  // transfer. (The client calls it after every connect.)
+  static void SocketsRenewed();
+
+  // How often this communicator has set a socket's kernel timeouts: once per
+  // socket, and again when the socket, its descriptor or its timeout change.
+  unsigned long long TimeoutsApplied() const { return m_nTimeoutsApplied; }
 
   // The most memory one value received through this communicator may cost
   // (DEFAULT_MAX_VALUE_SIZE at construction): a text, list, matrix or block
@@ -101,6 +121,9 @@ class QUOR_API SteeringCommunicator {
  protected:
   // Records how the frame just received ended.
   void NoteFrame(bool p_bClean);
+  // Sets the socket's kernel send and receive timeouts to its timeout unless
+  // they are set already. REQUIRES: m_cMutex is held, a socket is set.
+  void BoundKernelWaits();
 
   wxMutex m_cMutex;
   wxSocketBase* m_pcClientSocket;
@@ -109,6 +132,16 @@ class QUOR_API SteeringCommunicator {
   SteeringCommunicator(const SteeringCommunicator&) = delete;
   SteeringCommunicator& operator=(const SteeringCommunicator&) = delete;
 
+  // The socket whose kernel timeouts this communicator set last, and what
+  // they were set for.
+  struct TimedSocket {
+    wxSocketBase* m_pcSocket = NULL;
+    long m_nFd = -1;
+    long m_nSeconds = -1;
+    unsigned long long m_nGeneration = 0;
+  };
+  TimedSocket m_cTimed;
+  unsigned long long m_nTimeoutsApplied = 0;
   unsigned long long m_nMaxValueSize = DEFAULT_MAX_VALUE_SIZE;
   bool m_bLastFrameClean = true;
   unsigned long long m_nUncleanFrames = 0;

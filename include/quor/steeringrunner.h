@@ -309,8 +309,13 @@ class QUOR_API SteeringRunner {
   unsigned int m_nSpeed;
   std::vector<SteeringChange> m_acChanges;  // waiting for the next output point
   std::vector<double> m_adMarking;          // the run's marking, as published
-  SteeringMatrix m_aadResults;
-  SteeringMatrix m_aadRates;
+  // Output points recorded since the last publication, one column (and its
+  // rates, possibly none) each: publishing appends them to the store's
+  // matrices, which are the run's only full copy.
+  SteeringMatrix m_aadPendingResults;
+  SteeringMatrix m_aadPendingRates;
+  size_t m_nRows;                // of the run's result matrix
+  bool m_bResultsStarted;        // the store's matrices were reset for the run
   double m_dRunSeconds;  // running time before m_tRunningSince
   bool m_bRunning;       // the clock runs (not paused)
   Clock::time_point m_tRunningSince;

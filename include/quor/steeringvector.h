@@ -148,7 +148,10 @@ class QUOR_API SteeringVector : public SteeringBase {
   // More than MAX_RECEIVED_ROWS rows (MAX_RECEIVED_EMPTY_ROWS without
   // columns), values that cannot travel as one frame, or a matrix that would
   // cost more than the value limit give "cannot allocate memory" and FAILURE
-  // before the caller's matrix is touched.
+  // before the caller's matrix is touched. The values inflate straight into
+  // the caller's rows as they arrive (the matrix is resized once the first
+  // values are here); a row that cannot be sized gives "Cannot resize
+  // vector." and FAILURE, with the rest of the frame still read.
   unsigned int ReceiveVector2D(std::vector<std::vector<double> >& p_aadValue);
   // Builds the sub-matrix of the listed columns and then *receives* into it
   // (and discards it): the operation is kept exactly as the protocol has it.

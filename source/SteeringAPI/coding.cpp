@@ -11,6 +11,19 @@ wxString DecodeText(const char* p_pData, size_t p_nCount) {
       l_pZero ? static_cast<size_t>(static_cast<const char*>(l_pZero) - p_pData) : p_nCount;
   if (l_nLength == 0) return wxString();
 
+  // Short ASCII text (names, mostly) is the same in UTF-8 and Latin-1:
+  // widened on the stack, it costs the string alone.
+  constexpr size_t SHORT_TEXT = 256;
+  if (l_nLength <= SHORT_TEXT) {
+    wchar_t l_acWide[SHORT_TEXT];
+    size_t i = 0;
+    while (i < l_nLength && static_cast<unsigned char>(p_pData[i]) < 0x80) {
+      l_acWide[i] = static_cast<wchar_t>(p_pData[i]);
+      ++i;
+    }
+    if (i == l_nLength) return wxString(l_acWide, l_nLength);
+  }
+
   wxString l_sText;
   {
     wxMBConvUTF8 l_cConverter;

@@ -16,6 +16,10 @@ namespace {
 // more than what has arrived and a long stream takes few reads.
 constexpr unsigned long long FIRST_STREAM_PIECE = 64 * 1024;
 
+// A stream inflated as it arrives (ReceiveValueInParts) is read in pieces
+// of this size at most.
+constexpr unsigned long long STREAM_PIECE = 256 * 1024;
+
 // Throws std::bad_alloc (for TRY_ALLOC) when a compressed length is more
 // than zlib's stream of p_nSize bytes can ever need.
 void RequireStreamFits(unsigned long long p_nLength, unsigned int p_nSize) {
@@ -79,12 +83,9 @@ unsigned int SteeringBase::ReceiveFrame(unsigned int p_nSize, FrameStorage& p_cS
     }
     NoteFrame(true);
   } else {
-    // The length frame's own result is not examined: a broken connection
-    // leaves the length at 0, which no stream has.
     unsigned long long l_nLength = 0;
-    ReceiveValue(&l_nLength, sizeof(l_nLength));
-    if (l_nLength == 0) return FAILURE;
-    TRY_ALLOC(RequireStreamFits(l_nLength, p_nSize), return 0);
+    const unsigned int l_nLengthResult = ReceiveStreamLength(p_nSize, &l_nLength);
+    if (l_nLengthResult != 1) return l_nLengthResult;
     std::unique_ptr<char[]> l_cStream;
     const unsigned int l_nResult = ReceiveStream(l_nLength, &l_cStream);
     if (l_nResult != 1) return l_nResult;
@@ -92,6 +93,163 @@ unsigned int SteeringBase::ReceiveFrame(unsigned int p_nSize, FrameStorage& p_cS
     NoteFrame(InflateFrame(l_cStream.get(), l_nLength, l_pData, p_nSize));
   }
   return SendBytes(&FRAME_ACK, 1);
+}
+
+namespace {
+// Inflates a zlib stream that arrives in pieces into consecutive parts, and
+// judges it as InflateFrame does: clean when it is exactly the frame's size
+// with nothing after it.
+class PartInflater {
+ public:
+  PartInflater(unsigned int p_nSize, unsigned int p_nPart,
+               const SteeringBase::PartMaker& p_fPart)
+      : m_nSize(p_nSize), m_nPart(p_nPart), m_rfPart(p_fPart) {
+    m_cStream.zalloc = Z_NULL;
+    m_cStream.zfree = Z_NULL;
+    m_cStream.opaque = Z_NULL;
+    m_cStream.next_in = Z_NULL;
+    m_cStream.avail_in = 0;
+    if (inflateInit(&m_cStream) != Z_OK) throw std::bad_alloc();
+  }
+  ~PartInflater() { inflateEnd(&m_cStream); }
+
+  // Feeds the next piece of the stream.
+  void Feed(const char* p_pPiece, unsigned int p_nLength) {
+    if (m_bEnded) {
+      // Bytes after the end of the stream, or after an error.
+      if (p_nLength != 0) m_bClean = false;
+      return;
+    }
+    m_cStream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(p_pPiece));
+    m_cStream.avail_in = p_nLength;
+    while (m_cStream.avail_in > 0 && !m_bEnded) Step();
+  }
+
+  // After the last piece: every part is made, and what the stream did not
+  // fill is zeroed. False when a part could not be made.
+  bool Finish() {
+    // A stream whose last output filled the last part may still have its
+    // end to tell.
+    if (!m_bEnded) Step();
+    if (!m_bEnded) End(false);  // the stream stopped short
+    if (m_bNoPart) return false;
+    if (!m_bSpare && m_cStream.avail_out != 0)
+      std::memset(m_cStream.next_out, 0, m_cStream.avail_out);
+    m_cStream.avail_out = 0;
+    while (m_nMade * m_nPart < m_nSize) {
+      if (!NextPart()) return false;
+      std::memset(m_cStream.next_out, 0, m_cStream.avail_out);
+      m_cStream.avail_out = 0;
+    }
+    return true;
+  }
+
+  bool Clean() const { return m_bClean && !m_bNoPart; }
+
+ private:
+  // One call of inflate, with room to write into.
+  void Step() {
+    if (m_cStream.avail_out == 0 && !NextPart()) return;
+    const int l_nCode = inflate(&m_cStream, Z_NO_FLUSH);
+    if (m_bSpare && m_cStream.avail_out == 0)
+      End(false);  // the stream holds more than the frame's size
+    else if (l_nCode == Z_STREAM_END)
+      End(m_cStream.avail_in == 0);
+    else if (l_nCode != Z_OK && !(l_nCode == Z_BUF_ERROR && m_cStream.avail_in == 0))
+      End(false);
+    else if (l_nCode == Z_BUF_ERROR && m_cStream.avail_out != 0 && m_cStream.avail_in != 0)
+      End(false);  // no progress is possible
+  }
+
+  bool NextPart() {
+    if (m_nMade * m_nPart >= m_nSize) {
+      // Every part is full: one more byte tells whether the stream runs on.
+      m_bSpare = true;
+      m_cStream.next_out = &m_cSpare;
+      m_cStream.avail_out = 1;
+      return true;
+    }
+    char* l_pPart = m_rfPart(m_nMade);
+    if (l_pPart == NULL) {
+      m_bNoPart = true;
+      End(false);
+      return false;
+    }
+    ++m_nMade;
+    m_cStream.next_out = reinterpret_cast<Bytef*>(l_pPart);
+    m_cStream.avail_out = m_nPart;
+    return true;
+  }
+
+  // The stream ended (cleanly or not), or cannot go on.
+  void End(bool p_bClean) {
+    m_bEnded = true;
+    m_bClean = p_bClean && m_nMade * m_nPart == m_nSize &&
+               m_cStream.avail_out == (m_bSpare ? 1u : 0u);
+  }
+
+  z_stream m_cStream{};
+  const unsigned long long m_nSize;
+  const unsigned int m_nPart;
+  const SteeringBase::PartMaker& m_rfPart;
+  unsigned long long m_nMade = 0;
+  Bytef m_cSpare = 0;
+  bool m_bEnded = false;
+  bool m_bClean = false;
+  bool m_bSpare = false;  // every part is full; the spare byte is the room
+  bool m_bNoPart = false;
+};
+}  // namespace
+
+unsigned int SteeringBase::ReceiveValueInParts(unsigned int p_nSize, unsigned int p_nPart,
+                                               const PartMaker& p_fPart) {
+  CHECK_POINTER(m_pcClientSocket, return FAILURE);
+
+  bool l_bMade = true;
+  if (p_nSize <= RAW_FRAME_LIMIT) {
+    char l_aRaw[RAW_FRAME_LIMIT];
+    const unsigned int l_nResult = ReceiveBytes(l_aRaw, p_nSize);
+    if (l_nResult != 1) return l_nResult;
+    for (unsigned long long l_nIndex = 0; l_bMade && l_nIndex * p_nPart < p_nSize; ++l_nIndex) {
+      char* l_pPart = p_fPart(l_nIndex);
+      if (l_pPart == NULL)
+        l_bMade = false;
+      else
+        std::memcpy(l_pPart, l_aRaw + l_nIndex * p_nPart, p_nPart);
+    }
+    NoteFrame(true);
+  } else {
+    unsigned long long l_nLength = 0;
+    const unsigned int l_nLengthResult = ReceiveStreamLength(p_nSize, &l_nLength);
+    if (l_nLengthResult != 1) return l_nLengthResult;
+    std::unique_ptr<PartInflater> l_cInflater;
+    std::unique_ptr<char[]> l_cPiece;
+    const unsigned long long l_nPiece = std::min(l_nLength, STREAM_PIECE);
+    TRY_ALLOC(l_cInflater.reset(new PartInflater(p_nSize, p_nPart, p_fPart));
+              l_cPiece.reset(NewBlock(l_nPiece)), return 0);
+    for (unsigned long long l_nHave = 0; l_nHave < l_nLength;) {
+      const unsigned long long l_nNext = std::min(l_nPiece, l_nLength - l_nHave);
+      const unsigned int l_nResult = ReceiveBytes(l_cPiece.get(), l_nNext);
+      if (l_nResult != 1) return l_nResult;
+      l_cInflater->Feed(l_cPiece.get(), static_cast<unsigned int>(l_nNext));
+      l_nHave += l_nNext;
+    }
+    l_bMade = l_cInflater->Finish();
+    NoteFrame(l_cInflater->Clean());
+  }
+  const unsigned int l_nAck = SendBytes(&FRAME_ACK, 1);
+  return l_bMade ? l_nAck : FAILURE;
+}
+
+unsigned int SteeringBase::ReceiveStreamLength(unsigned int p_nSize,
+                                               unsigned long long* p_pnLength) {
+  // The length frame's own result is not examined: a broken connection
+  // leaves the length at 0, which no stream has.
+  *p_pnLength = 0;
+  ReceiveValue(p_pnLength, sizeof(*p_pnLength));
+  if (*p_pnLength == 0) return FAILURE;
+  TRY_ALLOC(RequireStreamFits(*p_pnLength, p_nSize), return 0);
+  return 1;
 }
 
 unsigned int SteeringBase::ReceiveStream(unsigned long long p_nLength,

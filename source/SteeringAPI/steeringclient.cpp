@@ -73,6 +73,9 @@ unsigned int SteeringClient::ConnectToServer(const bool& p_bWait) {
     l_pcSocket->WaitOnConnect(m_nTimeout, 0);
   }
   if (!l_pcSocket->IsConnected()) return FAILURE;
+  // A new descriptor, perhaps with an old number: every communicator that
+  // holds this socket (the client, its models) sets its timeouts anew.
+  SocketsRenewed();
   // Every frame waits for its one-byte acknowledgement, so small writes must
   // leave at once: with Nagle's algorithm the write that follows the
   // acknowledgement of a received frame would wait for the peer's delayed

@@ -176,6 +176,8 @@ bool SteeringDispatcher::AcceptOne() {
   }
   l_pcSocket->Notify(false);
   l_pcSocket->SetTimeout(m_nTimeout);
+  // The descriptor's number may be one a closed connection had.
+  SteeringCommunicator::SocketsRenewed();
   wxIPV4address l_cPeer;
   l_pcSocket->GetPeer(l_cPeer);
   const wxString l_sRefused = Refused(l_cPeer.IPAddress());

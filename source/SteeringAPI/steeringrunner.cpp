@@ -19,9 +19,6 @@ namespace quor {
 
 namespace {
 
-// Columns reserved up front, at most (a long run grows as it goes).
-const size_t RESERVED_COLUMNS = 1 << 14;
-
 wxString Number(double p_dValue) { return wxString::Format(wxT("%g"), p_dValue); }
 
 // The text of an exception, which need not be UTF-8.
@@ -66,6 +63,8 @@ SteeringRunner::SteeringRunner(SteeringModelStore& p_rStore, int p_nModel)
       m_bStop(false),
       m_bSpeedChanged(false),
       m_nSpeed(0),
+      m_nRows(0),
+      m_bResultsStarted(false),
       m_dRunSeconds(0.0),
       m_bRunning(false) {
   m_rStore.WithRuntimeState(m_nModel, [this](ModelRuntimeState& p_rState) {
@@ -188,10 +187,10 @@ bool SteeringRunner::Prepare(const SteeringRunPlan& p_rPlan, SteeringStep& p_rSt
   m_nPoints = l_nPoints;
   m_nDone = 0;
   m_nTransitions = static_cast<size_t>(l_nTransitions);
-  const size_t l_nReserve = std::min(l_nPoints, RESERVED_COLUMNS);
-  m_aadResults.assign(l_nRows, std::vector<double>());
-  for (std::vector<double>& l_rRow : m_aadResults) l_rRow.reserve(l_nReserve);
-  m_aadRates.clear();
+  m_nRows = l_nRows;
+  m_aadPendingResults.clear();
+  m_aadPendingRates.clear();
+  m_bResultsStarted = false;
   m_adMarking = p_rStep.m_adMarking;
   m_acChanges.clear();
   m_bPause = m_bStop = m_bSpeedChanged = false;
@@ -361,8 +360,19 @@ wxString SteeringRunner::Prefix() const { return wxT("model '") + m_sModelName +
 void SteeringRunner::Publish(bool p_bResults) {
   const Clock::time_point l_tNow = Clock::now();
   if (p_bResults) {
-    m_rStore.SetResultMatrix(m_nModel, m_aadResults);
-    m_rStore.SetRateMatrix(m_nModel, m_aadRates);
+    // The run's matrices start with one empty row per place and no rates;
+    // each output point is then appended as a column, so that publishing
+    // costs one value per row and point, however long the run.
+    if (!m_bResultsStarted) {
+      m_rStore.SetResultMatrix(m_nModel, SteeringMatrix(m_nRows));
+      m_rStore.SetRateMatrix(m_nModel, SteeringMatrix());
+      m_bResultsStarted = true;
+    }
+    for (size_t l_nPoint = 0; l_nPoint < m_aadPendingResults.size(); ++l_nPoint)
+      m_rStore.AppendOutputPoint(m_nModel, m_aadPendingResults[l_nPoint],
+                                 m_aadPendingRates[l_nPoint]);
+    m_aadPendingResults.clear();
+    m_aadPendingRates.clear();
     m_rStore.WithModel(m_nModel, [this](Model& p_rModel) {
       AttributeVectorDouble* l_pcMarking =
           p_rModel.FindAttribute<AttributeVectorDouble>(keys::CURRENT_MARKING);
@@ -481,17 +491,11 @@ SteeringRunner::Outcome SteeringRunner::AtOutputPoint(SteeringStep& p_rStep,
                                                       std::vector<SteeringChange>& p_racApplied) {
   std::unique_lock<std::mutex> l_cLock(m_cMutex);
   m_tLastPoint = Clock::now();
-  for (size_t l_nRow = 0; l_nRow < m_aadResults.size(); ++l_nRow)
-    m_aadResults[l_nRow].push_back(p_rStep.m_adMarking[l_nRow]);
-  if (!p_rStep.m_adRates.empty()) {
-    if (m_aadRates.empty()) {
-      m_aadRates.assign(p_rStep.m_adRates.size(), std::vector<double>());
-      for (std::vector<double>& l_rRow : m_aadRates)
-        l_rRow.reserve(std::min(m_nPoints, RESERVED_COLUMNS));
-    }
-    for (size_t l_nRow = 0; l_nRow < m_aadRates.size(); ++l_nRow)
-      m_aadRates[l_nRow].push_back(p_rStep.m_adRates[l_nRow]);
-  }
+  m_aadPendingResults.emplace_back(
+      p_rStep.m_adMarking.begin(),
+      p_rStep.m_adMarking.begin() +
+          static_cast<long>(std::min(m_nRows, p_rStep.m_adMarking.size())));
+  m_aadPendingRates.push_back(p_rStep.m_adRates);
   m_nDone = p_rStep.m_nPoint + 1;
   // Changes hold from this point on.
   ApplyChanges(p_rStep, p_racApplied);

@@ -299,11 +299,8 @@ unsigned int SteeringVector::SendVectorString(const std::vector<wxString>& p_asV
   std::unique_ptr<char[]> l_cBlock;
   TRY_ALLOC(l_cBlock = NewZeroedBlock(FrameLengthOrThrow(l_nTotal, 1)), return FAILURE);
   char* l_pNext = l_cBlock.get();
-  for (const wxString& l_sText : p_asValue) {
-    const std::string l_sBytes = coding::CharCountBytes(l_sText, wxConvLibc);
-    std::memcpy(l_pNext, l_sBytes.data(), l_sBytes.size());
-    l_pNext += l_sBytes.size();
-  }
+  for (const wxString& l_sText : p_asValue)
+    l_pNext = coding::PutCharCountBytes(l_pNext, l_sText, wxConvLibc);
 
   const unsigned int l_nTotal32 = static_cast<unsigned int>(l_nTotal);
   unsigned int l_nResult = SendValue(&l_nTotal32, sizeof(l_nTotal32));
@@ -384,26 +381,36 @@ unsigned int SteeringVector::DecodeVectorString(const std::vector<int16_t>& p_an
 // always gets rows * columns values. A matrix whose values cannot travel as
 // one frame (or cannot be allocated) is refused with "cannot allocate
 // memory" and FAILURE before anything is sent. Once the sizes are out, the
-// result is 1 whatever the sends report.
+// result is 1 whatever the sends report. The rows are copied once into one
+// block, which is compressed as it is (only the padding of short rows is
+// written as zeros); a matrix of one row is sent from the row itself.
 unsigned int SteeringVector::SendVector2D(const std::vector<std::vector<double> >& p_aadValue) {
   const unsigned long long l_nRows = p_aadValue.size();
   const unsigned long long l_nColumns = p_aadValue.empty() ? 0 : p_aadValue[0].size();
 
   unsigned int l_nLength = 0;
   std::unique_ptr<char[]> l_cBlock;
-  TRY_ALLOC(l_nLength = MatrixLengthOrThrow(l_nRows, l_nColumns);
-            l_cBlock = NewZeroedBlock(l_nLength),
-            return FAILURE);
-  char* l_pNext = l_cBlock.get();
-  for (const std::vector<double>& l_adRow : p_aadValue) {
-    const size_t l_nTaken = l_adRow.size() < l_nColumns ? l_adRow.size() : l_nColumns;
-    if (l_nTaken != 0) std::memcpy(l_pNext, l_adRow.data(), l_nTaken * sizeof(double));
-    l_pNext += l_nColumns * sizeof(double);
+  const char* l_pValues = NULL;
+  TRY_ALLOC(l_nLength = MatrixLengthOrThrow(l_nRows, l_nColumns), return FAILURE);
+  if (l_nRows == 1) {
+    l_pValues = reinterpret_cast<const char*>(p_aadValue[0].data());
+  } else {
+    TRY_ALLOC(l_cBlock.reset(NewBlock(l_nLength != 0 ? l_nLength : 1)), return FAILURE);
+    char* l_pNext = l_cBlock.get();
+    for (const std::vector<double>& l_adRow : p_aadValue) {
+      const size_t l_nTaken = l_adRow.size() < l_nColumns ? l_adRow.size() : l_nColumns;
+      if (l_nTaken != 0) std::memcpy(l_pNext, l_adRow.data(), l_nTaken * sizeof(double));
+      if (l_nTaken < l_nColumns)
+        std::memset(l_pNext + l_nTaken * sizeof(double), 0,
+                    (l_nColumns - l_nTaken) * sizeof(double));
+      l_pNext += l_nColumns * sizeof(double);
+    }
+    l_pValues = l_cBlock.get();
   }
 
   SendValue(&l_nRows, sizeof(l_nRows));
   SendValue(&l_nColumns, sizeof(l_nColumns));
-  SendValue(l_cBlock.get(), l_nLength);
+  SendValue(l_pValues, l_nLength);
   return 1;
 }
 
@@ -411,9 +418,13 @@ unsigned int SteeringVector::SendVector2D(const std::vector<std::vector<double> 
 // more than MAX_RECEIVED_EMPTY_ROWS rows without columns), values that
 // cannot travel as one frame, or a matrix that would cost more than the
 // value limit (its rows and their values) are refused with "cannot allocate
-// memory" and FAILURE before anything is sized. The values are allocated
-// once they have arrived, and the caller's matrix changes only then: after a
-// failed frame it is as it was.
+// memory" and FAILURE before anything is sized. The values are received
+// straight into the caller's rows: the matrix is resized to its rows once
+// the first values have arrived, and each row is sized as the values reach
+// it, so that the receiver holds the matrix and one piece of the stream,
+// and a peer that announces rows and sends nothing changes nothing. After a
+// frame that fails in the middle, the matrix has its new size and partly
+// old contents.
 unsigned int SteeringVector::ReceiveVector2D(std::vector<std::vector<double> >& p_aadValue) {
   unsigned long long l_nRows = 0;
   unsigned int l_nResult = ReceiveValue(&l_nRows, sizeof(l_nRows));
@@ -428,23 +439,25 @@ unsigned int SteeringVector::ReceiveVector2D(std::vector<std::vector<double> >& 
             RequireAffordable(coding::Product(l_nRows, sizeof(std::vector<double>)) + l_nLength),
             return FAILURE);
 
-  std::unique_ptr<double[]> l_cValues;
-  l_nResult = ReceiveValueInto(l_nLength, [&](unsigned int p_nSize) {
-    l_cValues.reset(new double[p_nSize / sizeof(double) + 1]);
-    return reinterpret_cast<char*>(l_cValues.get());
-  });
-  if (l_nResult != 1) return NoMemoryIsFailure(l_nResult);
-
-  if (!TryResize([&] { p_aadValue.resize(l_nRows); }, wxT("Cannot resize vector.")))
-    return FAILURE;
-  const double* l_pNext = l_cValues.get();
-  for (std::vector<double>& l_adRow : p_aadValue) {
-    if (!TryResize([&] { l_adRow.assign(l_pNext, l_pNext + l_nColumns); },
-                   wxT("Cannot resize vector.")))
-      return FAILURE;
-    l_pNext += l_nColumns;
+  auto l_fResize = [&]() {
+    return TryResize([&] { p_aadValue.resize(l_nRows); }, wxT("Cannot resize vector."));
+  };
+  if (l_nLength == 0) {
+    // No values: an empty frame, then rows without columns (or no rows).
+    l_nResult = ReceiveValue(NULL, 0);
+    if (l_nResult != 1) return l_nResult;
+    if (!l_fResize()) return FAILURE;
+    for (std::vector<double>& l_adRow : p_aadValue) l_adRow.clear();
+    return 1;
   }
-  return 1;
+  const unsigned int l_nRowBytes = static_cast<unsigned int>(l_nColumns * sizeof(double));
+  return ReceiveValueInParts(l_nLength, l_nRowBytes, [&](unsigned long long p_nRow) -> char* {
+    if (p_nRow == 0 && !l_fResize()) return NULL;
+    std::vector<double>& l_adRow = p_aadValue[p_nRow];
+    if (!TryResize([&] { l_adRow.assign(l_nColumns, 0.0); }, wxT("Cannot resize vector.")))
+      return NULL;
+    return reinterpret_cast<char*>(l_adRow.data());
+  });
 }
 
 // Builds the sub-matrix of the listed columns and then receives a matrix
