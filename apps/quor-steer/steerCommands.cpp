@@ -145,7 +145,7 @@ struct RunStatus {
   int error = SIMULATOR_ERROR_NONE;
   double progress = 0.0;  // percent of the output points
   double runtime = 0.0;   // seconds of running
-  unsigned int speed = 0;
+  int speed = 0;
   std::string category, simulator;
 };
 
@@ -157,7 +157,7 @@ RunStatus ReadState(Session& p_rSession) {
   l_cRun.error = l_cState.GetAttributeValueInt(keys::ERROR_STATE);
   l_cRun.progress = l_cState.GetAttributeValueDouble(keys::SIMULATOR_PROGRESS);
   l_cRun.runtime = l_cState.GetAttributeValueDouble(keys::SIMULATOR_RUNTIME);
-  l_cRun.speed = l_cState.GetAttributeValueUInt(keys::SIMULATOR_SPEED);
+  l_cRun.speed = l_cState.GetAttributeValueInt(keys::SIMULATOR_SPEED);
   l_cRun.category = Text(l_cState.GetAttributeValueString(keys::SIMULATOR_CATEGORY));
   l_cRun.simulator = Text(l_cState.GetAttributeValueString(keys::CURRENT_SIMULATOR_ALGORITHM));
   return l_cRun;
@@ -486,7 +486,7 @@ void RunState(Session& p_rSession, const Globals& p_rGlobals) {
   const int l_nError = l_cState.error;
   const double l_dProgress = l_cState.progress;
   const double l_dRuntime = l_cState.runtime;
-  const unsigned int l_nSpeed = l_cState.speed;
+  const int l_nSpeed = l_cState.speed;
   const std::string& l_sCategory = l_cState.category;
   const std::string& l_sSimulator = l_cState.simulator;
   if (p_rGlobals.json) {
@@ -761,7 +761,7 @@ class LiveView {
                          std::string(static_cast<std::size_t>(PROGRESS_BAR_WIDTH - l_nFilled), '.') +
                          "] t = " + ShortNumber(l_dTime) + " of " + ShortNumber(p_dTo) + " (" +
                          std::to_string(static_cast<int>(std::floor(l_dShare * 100.0))) + " %) " +
-                         p_sState + ", time left " + Duration(l_dLeft);
+                         p_sState + ", " + Duration(l_dLeft) + " left";
     l_asLines.push_back(l_sBar);
 
     // Back to the first line of the last drawing, then each line anew.
