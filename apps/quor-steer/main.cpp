@@ -225,7 +225,8 @@ int main(int argc, char** argv) {
   try {
     l_cApp.parse(argc, argv);
   } catch (const CLI::CallForHelp&) {
-    std::cout << l_cApp.help();
+    const std::string l_sHelp = l_cApp.help();
+    std::cout << l_sHelp << (l_sHelp.empty() || l_sHelp.back() != '\n' ? "\n" : "") << std::flush;
     return STATUS_SUCCESS;
   } catch (const CLI::ParseError& p_rError) {
     const std::string l_sWord = CommandWord(argc, argv);

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "steerCommands.h"
 
-#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
