@@ -295,7 +295,9 @@ TEST(SteerSteering, StartPauseResumeSpeedStopRestart) {
   EXPECT_EQ(Steer(l_cServer, {"stop"}).status, 0);
   EXPECT_TRUE(WaitForState(l_cServer, "stopped"));
 
-  const Outcome l_cRestart = Steer(l_cServer, {"restart", "--from", "0", "--to", "10", "--step", "1"});
+  // 11 points at 2 per second: running for five seconds.
+  const Outcome l_cRestart =
+      Steer(l_cServer, {"restart", "--from", "0", "--to", "10", "--step", "1", "--speed", "2"});
   EXPECT_EQ(l_cRestart.status, 0) << l_cRestart.err;
   EXPECT_TRUE(WaitForState(l_cServer, "running"));
   EXPECT_EQ(Json(Steer(l_cServer, {"--json", "interval"})),
@@ -355,7 +357,8 @@ TEST(SteerWatch, WithoutATerminalOneLinePerPointUntilTheRunEnds) {
 
 TEST(SteerWatch, OnATerminalItDrawsAProgressBarInPlace) {
   Server l_cServer;
-  ASSERT_EQ(Steer(l_cServer, {"start", "--speed", "100"}).status, 0);
+  // Five seconds: watch draws more than once.
+  ASSERT_EQ(Steer(l_cServer, {"start", "--speed", "40"}).status, 0);
   const std::string l_sCommand = STEER + " --port " + l_cServer.PortText() + " watch";
   Child l_cScript({"/usr/bin/script", "-qfec", l_sCommand, "/dev/null"});
   ASSERT_EQ(l_cScript.Wait(), 0) << l_cScript.Out() << l_cScript.Err();
