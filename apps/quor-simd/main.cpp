@@ -192,6 +192,9 @@ class SimdApp : public wxAppConsole {
     quor::simd::Log(3, wxString::Format(wxT("signal %d received; shutting down"),
                                         static_cast<int>(g_nStopSignal)));
     m_pcSignalTimer->Stop();
+#ifdef QUOR_SIMD_WITH_MPI
+    if (m_pcJob) m_pcJob->Interrupt();
+#endif
     ExitMainLoop();
   }
 

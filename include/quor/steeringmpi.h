@@ -57,6 +57,7 @@
 #include <mpi.h>
 #include <wx/string.h>
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -169,6 +170,12 @@ class SteeringMPI {
   // run goes on (stop and join the runs first). Safe to call again.
   void Shutdown();
 
+  // Rank 0, any thread (after a signal, say): the process is asked to
+  // end. A step that still waits for the other ranks gives them a quarter
+  // of a second more, then ends the job as a missed deadline does: when
+  // mpirun ends the job because a rank died, rank 0 still says where.
+  void Interrupt() { m_bInterrupted = true; }
+
   // Ranks other than 0: follows rank 0's runs until Shutdown.
   void Follow();
 
@@ -204,6 +211,8 @@ class SteeringMPI {
   std::chrono::milliseconds m_nDeadline;
   int m_nRank;
   int m_nRanks;
+
+  std::atomic<bool> m_bInterrupted;
 
   std::mutex m_cMutex;  // what follows
   bool m_bRunning;      // a distributed run goes on

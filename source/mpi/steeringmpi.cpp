@@ -21,6 +21,11 @@ namespace {
 // this many bytes; an empty one means well.
 const size_t HEALTH_BYTES = 512;
 
+// How long a step of rank 0 still waits for the other ranks once the
+// process is asked to end: mpirun kills a job's processes soon after it
+// asked them to end.
+const std::chrono::milliseconds INTERRUPT_GRACE{250};
+
 // How a step's message is laid out: native numbers, one after the other.
 class Writer {
  public:
@@ -146,6 +151,7 @@ SteeringMPI::SteeringMPI(SteeringMPIWorkFactory p_fFactory, MPI_Comm p_nComm,
       m_nDeadline(p_nDeadline),
       m_nRank(0),
       m_nRanks(1),
+      m_bInterrupted(false),
       m_bRunning(false),
       m_bShutDown(false),
       m_nLastPoint(0) {
@@ -413,9 +419,14 @@ bool SteeringMPI::Contribute(size_t p_nPoint, SteeringContribution& p_rContribut
   if (!l_bInTime) {
     // Which ranks are missing cannot be told from a reduction; the gather
     // may have their health if it completed.
-    p_rsFailure = wxString::Format(wxT("a rank did not reach output point %zu within %.3g s; "
-                                       "ending the job"),
-                                   p_nPoint, static_cast<double>(m_nDeadline.count()) / 1000.0);
+    p_rsFailure =
+        m_bInterrupted
+            ? wxString::Format(wxT("a rank did not reach output point %zu before this process "
+                                   "was asked to end (did a rank die?); ending the job"),
+                               p_nPoint)
+            : wxString::Format(wxT("a rank did not reach output point %zu within %.3g s; "
+                                   "ending the job"),
+                               p_nPoint, static_cast<double>(m_nDeadline.count()) / 1000.0);
     return false;
   }
   for (int l_nRank = 1; l_nRank < m_nRanks; ++l_nRank) {
@@ -433,12 +444,17 @@ bool SteeringMPI::Contribute(size_t p_nPoint, SteeringContribution& p_rContribut
 
 bool SteeringMPI::Wait(MPI_Request& p_rRequest, bool p_bDeadline) {
   typedef std::chrono::steady_clock Clock;
-  const Clock::time_point l_tEnd = Clock::now() + m_nDeadline;
+  Clock::time_point l_tEnd = Clock::now() + m_nDeadline;
+  bool l_bInterrupted = false;
   std::chrono::microseconds l_nPause(20);
   for (;;) {
     int l_nDone = 0;
     MPI_Test(&p_rRequest, &l_nDone, MPI_STATUS_IGNORE);
     if (l_nDone) return true;
+    if (p_bDeadline && m_bInterrupted && !l_bInterrupted) {
+      l_bInterrupted = true;
+      l_tEnd = std::min(l_tEnd, Clock::now() + INTERRUPT_GRACE);
+    }
     if (p_bDeadline && Clock::now() >= l_tEnd) return false;
     std::this_thread::sleep_for(l_nPause);
     l_nPause = std::min(l_nPause * 2, std::chrono::microseconds(20000));

@@ -233,7 +233,12 @@ TEST(MpiSimd, ARankThatHangsEndsTheJobAfterTheRankTimeout) {
       << l_sLog;
 }
 
-TEST(MpiSimd, ARankThatAbortsEndsTheJob) {
+TEST(MpiSimd, ARankThatAbortsEndsTheJobAndRankZeroSaysWhere) {
   std::string l_sLog;
   EXPECT_GT(FaultyJob("abort", {}, l_sLog), 0) << l_sLog;
+  // mpirun asks rank 0 to end; rank 0 says where the job stood.
+  EXPECT_NE(l_sLog.find("Error: a rank did not reach output point 2 before this process was "
+                        "asked to end (did a rank die?)"),
+            std::string::npos)
+      << l_sLog;
 }

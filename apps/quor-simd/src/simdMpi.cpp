@@ -293,6 +293,8 @@ void MpiJob::Attach(SimdServer& p_rServer, const std::vector<int>& p_anModels) {
 
 void MpiJob::Shutdown() { m_pcJob->Shutdown(); }
 
+void MpiJob::Interrupt() { m_pcJob->Interrupt(); }
+
 void MpiJob::Follow() { m_pcJob->Follow(); }
 
 }  // namespace simd

@@ -59,6 +59,8 @@ class MpiJob {
   // Rank 0, after the server's runs have ended: the other ranks leave
   // Follow.
   void Shutdown();
+  // Rank 0, on a signal: see SteeringMPI::Interrupt.
+  void Interrupt();
   // Other ranks: follows rank 0's runs until Shutdown.
   void Follow();
 
