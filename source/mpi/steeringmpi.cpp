@@ -26,6 +26,11 @@ const size_t HEALTH_BYTES = 512;
 // asked them to end.
 const std::chrono::milliseconds INTERRUPT_GRACE{250};
 
+// How a rank waits for a collective: asks again at once for this long,
+// then sleeps between the questions, at most this long.
+const std::chrono::microseconds POLL_SPIN{2000};
+const std::chrono::microseconds POLL_SLEEP{1000};
+
 // How a step's message is laid out: native numbers, one after the other.
 class Writer {
  public:
@@ -446,7 +451,11 @@ bool SteeringMPI::Wait(MPI_Request& p_rRequest, bool p_bDeadline) {
   typedef std::chrono::steady_clock Clock;
   Clock::time_point l_tEnd = Clock::now() + m_nDeadline;
   bool l_bInterrupted = false;
-  std::chrono::microseconds l_nPause(20);
+  // First keep asking (yielding the core to the ranks that work, which may
+  // share it), then sleep between the questions, at most POLL_SLEEP: a
+  // step's latency stays small and a paused job takes little CPU.
+  const Clock::time_point l_tSpinUntil = Clock::now() + POLL_SPIN;
+  std::chrono::microseconds l_nPause(50);
   for (;;) {
     int l_nDone = 0;
     MPI_Test(&p_rRequest, &l_nDone, MPI_STATUS_IGNORE);
@@ -456,8 +465,12 @@ bool SteeringMPI::Wait(MPI_Request& p_rRequest, bool p_bDeadline) {
       l_tEnd = std::min(l_tEnd, Clock::now() + INTERRUPT_GRACE);
     }
     if (p_bDeadline && Clock::now() >= l_tEnd) return false;
+    if (Clock::now() < l_tSpinUntil) {
+      std::this_thread::yield();
+      continue;
+    }
     std::this_thread::sleep_for(l_nPause);
-    l_nPause = std::min(l_nPause * 2, std::chrono::microseconds(20000));
+    l_nPause = std::min(l_nPause * 2, POLL_SLEEP);
   }
 }
 
