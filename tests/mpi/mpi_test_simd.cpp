@@ -72,6 +72,9 @@ void WriteSettings(SteeringClient& p_rClient, const wxString& p_sSimulator,
 // ends and the job's status is 0.
 void EndJob(Child& p_rJob) {
   const std::string l_sKey = "rank 0 is process ";
+  // The line may still be in the pipe: read on (the job keeps running).
+  for (int i = 0; i < 100 && p_rJob.Err().find(l_sKey) == std::string::npos; ++i)
+    p_rJob.Wait(100);
   const std::size_t l_nAt = p_rJob.Err().find(l_sKey);
   ASSERT_NE(l_nAt, std::string::npos) << p_rJob.Err();
   const long l_nPid = std::stol(p_rJob.Err().substr(l_nAt + l_sKey.size()));
