@@ -803,6 +803,32 @@ TEST_F(RunnerTest, AStepMayCommandItsOwnRunner) {
   EXPECT_EQ(m_cStore.GetResultMatrix(m_nModel), (SteeringMatrix{{0, 1, 2, 3}, {5, 5, 5, 5}}));
 }
 
+// A start may give the run rows of its own (a job that shows one block of
+// rows per scan point, say): the run records that many, and a later step
+// must keep them.
+TEST_F(RunnerTest, TheStartMayChooseTheNumberOfRows) {
+  SteeringRunPlan l_cPlan = Plan(2);
+  l_cPlan.m_fBegin = [](SteeringStep& p_rStep) {
+    p_rStep.Marking().assign(3, 7.0);
+    return true;
+  };
+  l_cPlan.m_fStep = [](SteeringStep& p_rStep) {
+    for (double& l_rdValue : p_rStep.Marking()) l_rdValue += 1.0;
+    return true;
+  };
+  EXPECT_EQ(Run(l_cPlan), SIMULATOR_FINISHED) << Error();
+  EXPECT_EQ(m_cStore.GetResultMatrix(m_nModel),
+            (SteeringMatrix{{8, 9, 10}, {8, 9, 10}, {8, 9, 10}}));
+
+  l_cPlan = Plan(1e6);  // a million points and a few rows more than they may have
+  l_cPlan.m_fBegin = [](SteeringStep& p_rStep) {
+    p_rStep.Marking().assign(SteeringRunner::MAX_RESULT_VALUES / 1000000 + 1, 0.0);
+    return true;
+  };
+  EXPECT_EQ(Run(l_cPlan), SIMULATOR_FAILED);
+  EXPECT_TRUE(Contains(Error(), "would be more than the")) << Error();
+}
+
 TEST_F(RunnerTest, StartsThatCannotRunAreRefused) {
   SteeringRunner l_cRunner(m_cStore, m_nModel);
   wxString l_sReason;

@@ -168,7 +168,12 @@ struct QUOR_API SteeringRunPlan {
   wxString m_sAlgorithm;
   // Optional. Before the first step, with the step at the start point (its
   // marking and parameters are the state the run starts from, and may be
-  // changed here). False (or Fail) ends the run as failed.
+  // changed here). False (or Fail) ends the run as failed. It may also
+  // change the number of marking values: the run then records that many
+  // rows (one per value, within MAX_RESULT_VALUES, else the run fails), the
+  // model's current marking is no longer published, and the hook describes
+  // the rows itself (SteeringModelStore::SetResultMatrixInfo; the run's
+  // start described one row per place).
   std::function<bool(SteeringStep&)> m_fBegin;
   // Optional. At an output point where steered changes took hold, with
   // those changes in the order they came, before the next step.
@@ -262,6 +267,10 @@ class QUOR_API SteeringRunner {
   // Calls a function of the plan; false when it failed or threw (the
   // reason goes into the step).
   bool Call(const std::function<bool()>& p_fCall, SteeringStep& p_rStep, const wxChar* p_sWhat);
+  // After a start that changed the number of marking values: the result
+  // matrix gets that many rows. False, with the reason, when they would
+  // hold too many values.
+  bool Resize(SteeringStep& p_rStep, wxString& p_rsFailure);
   // At an output point: records it, applies the changes, publishes, waits
   // for the pace and while paused. The changes applied go to p_racApplied.
   Outcome AtOutputPoint(SteeringStep& p_rStep, std::vector<SteeringChange>& p_racApplied);

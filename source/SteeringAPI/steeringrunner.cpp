@@ -428,7 +428,7 @@ bool SteeringRunner::Call(const std::function<bool()>& p_fCall, SteeringStep& p_
 }
 
 int SteeringRunner::RunSteps(SteeringStep& p_rStep, wxString& p_rsFailure) {
-  const size_t l_nMarking = p_rStep.m_adMarking.size();
+  size_t l_nMarking = p_rStep.m_adMarking.size();
   size_t l_nRates = 0;  // per point, fixed by the start point
   for (size_t l_nPoint = 0; l_nPoint < m_nPoints; ++l_nPoint) {
     p_rStep.m_nPoint = l_nPoint;
@@ -436,8 +436,13 @@ int SteeringRunner::RunSteps(SteeringStep& p_rStep, wxString& p_rsFailure) {
     p_rStep.m_dFrom = l_nPoint == 0 ? p_rStep.m_dTo : p_rStep.m_dFrom;
     p_rStep.m_adRates.clear();
     bool l_bOk = true;
-    if (l_nPoint == 0 && m_cPlan.m_fBegin)
+    if (l_nPoint == 0 && m_cPlan.m_fBegin) {
       l_bOk = Call([&] { return m_cPlan.m_fBegin(p_rStep); }, p_rStep, wxT("the run's start"));
+      // The start may give the run another number of rows.
+      if (l_bOk && p_rStep.m_adMarking.size() != l_nMarking && !Resize(p_rStep, p_rsFailure))
+        return SIMULATOR_FAILED;
+      l_nMarking = p_rStep.m_adMarking.size();
+    }
     if (l_bOk)
       l_bOk = Call([&] { return m_cPlan.m_fStep(p_rStep); }, p_rStep, wxT("the step function"));
     if (!l_bOk) {
@@ -485,6 +490,23 @@ int SteeringRunner::RunSteps(SteeringStep& p_rStep, wxString& p_rsFailure) {
     p_rStep.m_dFrom = p_rStep.m_dTo;
   }
   return SIMULATOR_FINISHED;  // a run of no points
+}
+
+bool SteeringRunner::Resize(SteeringStep& p_rStep, wxString& p_rsFailure) {
+  const size_t l_nRows = p_rStep.m_adMarking.size();
+  if (l_nRows > 0 && m_nPoints > MAX_RESULT_VALUES / l_nRows) {
+    p_rsFailure = wxString::Format(wxT("the run's start asked for %zu rows: %zu output points "
+                                       "of them would be more than the %llu values a run may "
+                                       "produce"),
+                                   l_nRows, m_nPoints, MAX_RESULT_VALUES);
+    return false;
+  }
+  std::lock_guard<std::mutex> l_cLock(m_cMutex);
+  m_aadResults.assign(l_nRows, std::vector<double>());
+  for (std::vector<double>& l_rRow : m_aadResults)
+    l_rRow.reserve(std::min(m_nPoints, RESERVED_COLUMNS));
+  m_adMarking = p_rStep.m_adMarking;
+  return true;
 }
 
 SteeringRunner::Outcome SteeringRunner::AtOutputPoint(SteeringStep& p_rStep,

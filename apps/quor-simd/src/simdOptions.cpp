@@ -3,6 +3,8 @@
 
 #include <wx/cmdline.h>
 
+#include <cmath>
+
 #include "quorapp/text.h"
 
 namespace quor {
@@ -31,6 +33,15 @@ ParseOutcome ParseSimdOptions(int p_nArgc, wxChar** p_apArgv, SimdOptions& p_rOp
                       wxT("PNML file of a net to serve; repeat for more nets (default: the "
                           "built-in SIR net)"),
                       wxCMD_LINE_VAL_STRING);
+  l_cParser.AddOption(wxT(""), wxT("scan"),
+                      wxT("under mpirun: run each start as a scan of parameter NAME over COUNT "
+                          "values from FROM to TO (NAME=FROM:TO:COUNT), shared out among the "
+                          "ranks; the result matrix holds one block of rows per value"),
+                      wxCMD_LINE_VAL_STRING);
+  l_cParser.AddOption(wxT(""), wxT("rank-timeout"),
+                      wxT("under mpirun: seconds rank 0 waits for the other ranks at an output "
+                          "point before it ends the job (default 10)"),
+                      wxCMD_LINE_VAL_DOUBLE);
 
   const ParseOutcome l_eOutcome = app::ParseCommandLine(l_cParser, PROGRAM, p_rsMessage);
   if (l_eOutcome != ParseOutcome::RUN) return l_eOutcome;
@@ -53,6 +64,36 @@ ParseOutcome ParseSimdOptions(int p_nArgc, wxChar** p_apArgv, SimdOptions& p_rOp
                              wxT("--bind: an address such as 127.0.0.1 or 0.0.0.0"),
                              p_rsMessage);
     l_cOptions.address = app::ToStd(l_sAddress);
+  }
+  wxString l_sScan;
+  if (l_cParser.Found(wxT("scan"), &l_sScan)) {
+    const wxString l_sUsage = wxT("--scan ") + l_sScan +
+                              wxT(": NAME=FROM:TO:COUNT, such as k=0.5:2:16 (values >= 0, "
+                                  "COUNT from 1 to ") +
+                              wxString::Format(wxT("%lu)"), MAX_SCAN_POINTS);
+    const wxString l_sName = l_sScan.BeforeFirst(wxT('=')).Trim(true).Trim(false);
+    const wxString l_sRange = l_sScan.AfterFirst(wxT('='));
+    const wxString l_sFrom = l_sRange.BeforeFirst(wxT(':'));
+    const wxString l_sTo = l_sRange.AfterFirst(wxT(':')).BeforeFirst(wxT(':'));
+    const wxString l_sCount = l_sRange.AfterFirst(wxT(':')).AfterFirst(wxT(':'));
+    double l_dFrom = 0.0, l_dTo = 0.0;
+    unsigned long l_nCount = 0;
+    if (l_sName.empty() || !l_sFrom.ToCDouble(&l_dFrom) || !l_sTo.ToCDouble(&l_dTo) ||
+        !l_sCount.ToULong(&l_nCount) || !std::isfinite(l_dFrom) || !std::isfinite(l_dTo) ||
+        l_dFrom < 0.0 || l_dTo < 0.0 || l_nCount < 1 || l_nCount > MAX_SCAN_POINTS)
+      return app::UsageError(l_cParser, PROGRAM, l_sUsage, p_rsMessage);
+    l_cOptions.scanParameter = app::ToStd(l_sName);
+    l_cOptions.scanFrom = l_dFrom;
+    l_cOptions.scanTo = l_dTo;
+    l_cOptions.scanCount = l_nCount;
+  }
+  double l_dTimeout = 0.0;
+  if (l_cParser.Found(wxT("rank-timeout"), &l_dTimeout)) {
+    if (!(l_dTimeout > 0.0) || l_dTimeout > 86400.0)
+      return app::UsageError(l_cParser, PROGRAM,
+                             wxT("--rank-timeout: seconds, more than 0 and at most 86400"),
+                             p_rsMessage);
+    l_cOptions.rankTimeout = l_dTimeout;
   }
   // Every --model in order (the parser keeps repeated options).
   for (const wxCmdLineArg& l_rArg : l_cParser.GetArguments()) {

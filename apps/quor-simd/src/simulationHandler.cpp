@@ -199,7 +199,7 @@ bool SimulationHandler::PrepareRun(unsigned int, int p_nModel, const wxString& p
   p_rPlan.m_sCategory = l_sCategory;
   p_rPlan.m_sAlgorithm = l_sSimulator;
   GetStore().SetCurrentSimulatorName(p_nModel, l_sCategory, l_sSimulator);
-  return true;
+  return !m_fRunHook || m_fRunHook(p_nModel, p_rPlan, p_rsRefusal);
 }
 
 void SimulationHandler::OnCommand(unsigned int p_nConnection, CMD_TYPE p_eCommand,

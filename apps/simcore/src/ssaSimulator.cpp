@@ -24,16 +24,6 @@ const double kMaxWeight = 1e6;
 // What the markings and sum trees of an ensemble may take together.
 const double kMaxEnsembleBytes = 1024.0 * 1024.0 * 1024.0;
 
-// The seed of run r > 0 of an ensemble: SplitMix64 at position r of the
-// sequence that starts at the ensemble's seed.
-std::uint64_t RunSeed(std::uint64_t p_nSeed, std::size_t p_nRun) {
-  if (p_nRun == 0) return p_nSeed;
-  std::uint64_t z = p_nSeed + static_cast<std::uint64_t>(p_nRun) * 0x9E3779B97F4A7C15ull;
-  z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-  z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-  return z ^ (z >> 31);
-}
-
 bool IsUsableNumber(double p_dValue) { return std::isfinite(p_dValue) && p_dValue >= 0.0; }
 
 }  // namespace
@@ -58,6 +48,16 @@ std::string SsaSimulator::CheckNet(const Net& p_rNet) {
              "markings or parameters do";
   }
   return std::string();
+}
+
+// SplitMix64 at position r of the sequence that starts at the ensemble's
+// seed.
+std::uint64_t SsaSimulator::RunSeed(std::uint64_t p_nSeed, std::size_t p_nRun) {
+  if (p_nRun == 0) return p_nSeed;
+  std::uint64_t z = p_nSeed + static_cast<std::uint64_t>(p_nRun) * 0x9E3779B97F4A7C15ull;
+  z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
+  z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+  return z ^ (z >> 31);
 }
 
 SsaSimulator::SsaSimulator(const Net& p_rNet, std::uint64_t p_nSeed)

@@ -5,6 +5,13 @@
 //                  machine only; 0.0.0.0: every address)
 //   --model FILE   a net to serve (may be repeated; none: the built-in SIR
 //                  net)
+//   --scan NAME=FROM:TO:COUNT
+//                  under mpirun: run every start as a scan of parameter NAME
+//                  over COUNT values from FROM to TO, shared out among the
+//                  ranks (see simdMpi.h)
+//   --rank-timeout SECONDS
+//                  under mpirun: how long rank 0 waits for the other ranks
+//                  at an output point (default 10)
 //   --help, --version, and the exit statuses of every program (see
 //   quorapp/program.h)
 #ifndef QUOR_SIMD_SIMDOPTIONS_H
@@ -25,7 +32,16 @@ struct SimdOptions {
   // Loopback by default: the protocol has no authentication.
   std::string address = "127.0.0.1";
   std::vector<std::string> models;  // in the order given
+  // --scan: empty, or a scan (scanCount >= 1, FROM and TO finite, >= 0).
+  std::string scanParameter;
+  double scanFrom = 0.0;
+  double scanTo = 0.0;
+  unsigned long scanCount = 0;
+  double rankTimeout = 10.0;  // seconds, > 0
 };
+
+// The most values a scan may take.
+const unsigned long MAX_SCAN_POINTS = 100000;
 
 using ParseOutcome = app::ParseOutcome;
 

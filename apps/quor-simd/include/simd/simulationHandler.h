@@ -23,6 +23,7 @@
 #define QUOR_SIMD_SIMULATIONHANDLER_H
 
 #include <atomic>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -59,6 +60,13 @@ class SimulationHandler : public SteeringRunHandler {
 
   // The settings of a simulator as name/value pairs.
   std::vector<std::pair<std::string, std::string> > SettingsOf(const std::string& p_sSimulator);
+  // Called at the end of every run's preparation with the model's id and
+  // the plan as made for this process; may replace the plan's functions
+  // (to spread the run over many processes, say). False, with the reason,
+  // refuses the start. REQUIRES: set before the handler serves requests.
+  typedef std::function<bool(int, SteeringRunPlan&, wxString&)> RunHook;
+  void SetRunHook(RunHook p_fHook) { m_fRunHook = std::move(p_fHook); }
+
   // Counts the writes of settings, so that a run knows when to take them.
   unsigned int GetSettingsVersion() const { return m_nSettingsVersion.load(); }
 
@@ -78,6 +86,7 @@ class SimulationHandler : public SteeringRunHandler {
   // One simulator of each kind holds the current settings of that kind.
   std::map<std::string, std::unique_ptr<sim::Simulator> > m_mSettingHolders;
   std::atomic<unsigned int> m_nSettingsVersion;
+  RunHook m_fRunHook;
 };
 
 }  // namespace simd

@@ -57,6 +57,10 @@ class SsaSimulator final : public Simulator {
   explicit SsaSimulator(const Net& p_rNet, std::uint64_t p_nSeed = kDefaultSeed);
 
   static constexpr std::uint64_t kDefaultSeed = 1;
+  // The seed of run p_nRun of an ensemble of seed p_nSeed (run 0: the seed
+  // itself). A single run of this seed is run p_nRun of the ensemble, so
+  // the runs of one ensemble can be shared out among processes.
+  static std::uint64_t RunSeed(std::uint64_t p_nSeed, std::size_t p_nRun);
   // Most runs of an ensemble (each keeps a marking and a sum tree).
   static constexpr unsigned long kMaxRuns = 100000;
 
