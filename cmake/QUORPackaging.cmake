@@ -28,7 +28,7 @@ set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
 set(CPACK_COMPONENT_DEV_DESCRIPTION
   "Headers, CMake package, pkg-config file and API reference of libQUOR_SteeringAPI")
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
-  "Steerable simulation server quor-simd, the steering and wire demos, example nets")
+  "Steerable simulation server quor-simd, the command-line client quor-steer, the dashboard quor-web, the steering and wire demos, example nets")
 set(CPACK_COMPONENT_DEV_DEPENDS runtime)
 set(CPACK_COMPONENT_TOOLS_DEPENDS runtime)
 
@@ -64,5 +64,7 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ${QUOR_PACKAGE_NAME_tools})
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION science)
 # quor-web serves Debian's copy of the plotting library to its page.
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libjs-chart.js")
+# quor-steer plot draws with gnuplot when it is there.
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "gnuplot-nox")
 
 include(CPack)
