@@ -18,6 +18,10 @@ if(MPI_CXX_FOUND AND MPIEXEC_EXECUTABLE)
   set_target_properties(QUOR_SteeringMPI PROPERTIES
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR})
+  # Installed with the programs (quor-simd links it), so that the core
+  # library's package does not pull in Open MPI.
+  install(TARGETS QUOR_SteeringMPI
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT tools NAMELINK_SKIP)
   message(STATUS "MPI found: quor::SteeringMPI and the MPI mode of quor-simd are built")
 else()
   message(STATUS "MPI not found: no quor::SteeringMPI (install libopenmpi-dev openmpi-bin)")

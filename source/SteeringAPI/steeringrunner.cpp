@@ -502,9 +502,12 @@ bool SteeringRunner::Resize(SteeringStep& p_rStep, wxString& p_rsFailure) {
     return false;
   }
   std::lock_guard<std::mutex> l_cLock(m_cMutex);
-  m_aadResults.assign(l_nRows, std::vector<double>());
-  for (std::vector<double>& l_rRow : m_aadResults)
-    l_rRow.reserve(std::min(m_nPoints, RESERVED_COLUMNS));
+  // The matrices published so far had the old rows: the next publication
+  // starts them again with the new ones.
+  m_nRows = l_nRows;
+  m_aadPendingResults.clear();
+  m_aadPendingRates.clear();
+  m_bResultsStarted = false;
   m_adMarking = p_rStep.m_adMarking;
   return true;
 }
