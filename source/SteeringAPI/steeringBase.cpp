@@ -22,8 +22,18 @@ constexpr unsigned long long STREAM_PIECE = 256 * 1024;
 
 // Throws std::bad_alloc (for TRY_ALLOC) when a compressed length is more
 // than zlib's stream of p_nSize bytes can ever need.
+// Deflate's largest expansion: a stream gives at most about 1032 bytes per
+// byte of its own (a 258-byte match from a 2-bit code), plus its header.
+constexpr unsigned long long MAX_INFLATE_RATIO = 1032;
+constexpr unsigned long long INFLATE_SLACK = 1024;
+
+// A stream longer than compressBound of its value, or too short to ever give
+// the whole value, cannot be a clean frame of it: refused before anything is
+// sized by the value (a few bytes must not make a receiver commit what they
+// announce).
 void RequireStreamFits(unsigned long long p_nLength, unsigned int p_nSize) {
   if (p_nLength > compressBound(p_nSize)) throw std::bad_alloc();
+  if (p_nSize > MAX_INFLATE_RATIO * p_nLength + INFLATE_SLACK) throw std::bad_alloc();
 }
 }  // namespace
 
