@@ -298,6 +298,9 @@ bool FrameReader::Value(uint32_t p_nSize, Bytes* p_paValue, bool* p_pbExact) {
   }
   uint64_t l_nLength = 0;
   if (!Number(&l_nLength) || l_nLength > m_aWire.size() - m_nAt) return false;
+  // The library refuses a stream too short to ever give the whole value
+  // (deflate gives at most about 1032 bytes per byte), before sizing it.
+  if (p_nSize > 1032ull * l_nLength + 1024) return false;
   p_paValue->assign(p_nSize, 0);
   uLongf l_nProduced = p_nSize;
   const int l_nCode = uncompress(p_paValue->data(), &l_nProduced, m_aWire.data() + m_nAt,
