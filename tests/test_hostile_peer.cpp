@@ -230,6 +230,31 @@ TEST(HostileFrame, CompressedLengthAboveTheBoundIsRefusedBeforeAnythingIsReserve
   }
 }
 
+// A stream far too short to give its value (deflate gives at most about
+// 1032 bytes per byte) is refused the same way, before the value is sized:
+// 16 bytes never make a receiver commit the 64 MiB block they announce.
+TEST(HostileFrame, CompressedLengthTooShortForTheValueIsRefusedBeforeTheValueIsSized) {
+  LogCapture l_cLog;
+  LoopbackPair l_cPair;
+  quor::SteeringBase l_cBase(l_cPair.Socket());
+  l_cPair.Run([&](RawPeer& p) {
+    p.SendValue<uint64_t>(64 * MiB);  // the block's total
+    p.Write(Le<uint64_t>(16));        // the stream's length
+    p.Read(1);
+  });
+  long long l_nPeak = 0;
+  unsigned int l_nResult = 1;
+  {
+    CommitWatch l_cWatch;
+    l_nResult = l_cBase.ReceiveBlock([](const char*, unsigned long long) { return true; });
+    l_nPeak = l_cWatch.Peak();
+  }
+  l_cPair.Join();
+  EXPECT_NE(l_nResult, 1u);
+  EXPECT_LT(l_nPeak, 4 * KiB);
+  EXPECT_EQ(l_cLog.Texts(), std::vector<std::string>{"Error: cannot allocate memory"});
+}
+
 // A stream announced at its largest honest length that stops after a few
 // bytes costs what arrived (the block grows with the pieces), not the
 // announced length.
