@@ -67,6 +67,23 @@ def fmt_count(n):
     return "{:,}".format(n)
 
 
+def print_table(rows):
+    """Prints (case, ours, floor, ratio) rows as a Markdown table."""
+    header = ("case", "ours", "floor", "ratio")
+    widths = [max(len(r[i]) for r in rows + [header]) for i in range(4)]
+
+    def line(cells):
+        return "| " + " | ".join(
+            cells[i].ljust(widths[i]) if i == 0 else cells[i].rjust(widths[i])
+            for i in range(4)) + " |"
+
+    print(line(header))
+    print("|" + "|".join("-" * (w + 2) if i == 0 else "-" * (w + 1) + ":"
+                         for i, w in enumerate(widths)) + "|")
+    for r in rows:
+        print(line(r))
+
+
 def main(argv):
     if len(argv) != 3:
         sys.stderr.write("usage: format_table.py BENCH.json MEMORY.json\n")
@@ -166,17 +183,7 @@ def main(argv):
         rows.append(("Peak memory receiving %s — vs the matrix itself" % shape, "failed",
                      fmt_mb(matrix), "—"))
 
-    header = ("case", "ours", "floor", "ratio")
-    widths = [max(len(r[i]) for r in rows + [header]) for i in range(4)]
-    def line(cells):
-        return "| " + " | ".join(
-            cells[i].ljust(widths[i]) if i == 0 else cells[i].rjust(widths[i])
-            for i in range(4)) + " |"
-    print(line(header))
-    print("|" + "|".join("-" * (w + 2) if i == 0 else "-" * (w + 1) + ":"
-                         for i, w in enumerate(widths)) + "|")
-    for r in rows:
-        print(line(r))
+    print_table(rows)
     if missing:
         sys.stderr.write("missing or failed: %s\n" % ", ".join(missing))
         return 1

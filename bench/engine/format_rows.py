@@ -17,7 +17,7 @@ import os
 import sys
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
-from format_table import fmt_count, fmt_time, load_times  # noqa: E402
+from format_table import fmt_count, fmt_time, load_times, print_table  # noqa: E402
 
 
 def per_event(entry):
@@ -79,19 +79,7 @@ def main(argv):
         row("Stochastic, %s: time per event%s — vs direct method with sum tree and dependency graph"
             % (name, events), ours_event, floor_event, fmt_event)
 
-    header = ("case", "ours", "floor", "ratio")
-    widths = [max(len(r[i]) for r in rows + [header]) for i in range(4)]
-
-    def line(cells):
-        return "| " + " | ".join(
-            cells[i].ljust(widths[i]) if i == 0 else cells[i].rjust(widths[i])
-            for i in range(4)) + " |"
-
-    print(line(header))
-    print("|" + "|".join("-" * (w + 2) if i == 0 else "-" * (w + 1) + ":"
-                         for i, w in enumerate(widths)) + "|")
-    for r in rows:
-        print(line(r))
+    print_table(rows)
     print()
     print("SciPy %s; tolerances of both: relative 1e-6, absolute 1e-8." % scipy.get("scipy", "?"))
     for note in notes:
