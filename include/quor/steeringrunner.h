@@ -281,8 +281,11 @@ class QUOR_API SteeringRunner {
   // when it cannot run.
   bool MayStart(bool p_bRestart, wxString* p_psReason);
   bool Prepare(const SteeringRunPlan& p_rPlan, SteeringStep& p_rStep, wxString* p_psReason);
-  // Publishes the end of the run; returns the line for the log.
-  wxString Finish(int p_nState, const wxString& p_sFailure, const wxString& p_sSummary);
+  // Stops the run's clock and returns the line that reports its end.
+  wxString EndLine(int p_nState, const wxString& p_sFailure, const wxString& p_sSummary);
+  // Publishes the end of the run, with p_sLine as its log (and, when it
+  // failed, error) message.
+  void Finish(int p_nState, const wxString& p_sLine);
   // Queues a change for the run (REQUIRES: m_cMutex is held).
   void Queue(SteeringChange::Kind p_eKind, size_t p_nPosition, double p_dValue);
   bool Change(SteeringChange::Kind p_eKind, unsigned long long p_nPosition, double p_dValue,

@@ -569,12 +569,9 @@ SteeringRunner::Outcome SteeringRunner::AtOutputPoint(SteeringStep& p_rStep,
   return GO_ON;
 }
 
-wxString SteeringRunner::Finish(int p_nState, const wxString& p_sFailure,
-                               const wxString& p_sSummary) {
+wxString SteeringRunner::EndLine(int p_nState, const wxString& p_sFailure,
+                                const wxString& p_sSummary) {
   std::lock_guard<std::mutex> l_cLock(m_cMutex);
-  m_bActive = false;
-  m_bPause = false;
-  m_nState = p_nState;
   if (m_bRunning) {
     m_dRunSeconds = RunSeconds(Clock::now());
     m_bRunning = false;
@@ -597,20 +594,29 @@ wxString SteeringRunner::Finish(int p_nState, const wxString& p_sFailure,
       break;
   }
   if (!p_sSummary.empty()) l_sText += wxT("; ") + p_sSummary;
+  return l_sText;
+}
+
+void SteeringRunner::Finish(int p_nState, const wxString& p_sLine) {
+  std::lock_guard<std::mutex> l_cLock(m_cMutex);
+  m_bActive = false;
+  m_bPause = false;
+  m_nState = p_nState;
   try {
-    Publish(true);
+    // The reason first, then the state: a client that sees the run ended
+    // finds why it ended.
     if (p_nState == SIMULATOR_FAILED) {
-      m_rStore.SetErrorMessage(m_nModel, l_sText);
+      m_rStore.SetErrorMessage(m_nModel, p_sLine);
       m_rStore.WithRuntimeState(m_nModel, [](ModelRuntimeState& p_rState) {
         p_rState.SetAttributeValue(keys::ERROR_STATE, static_cast<int>(SIMULATOR_ERROR_RUN));
       });
     }
-    m_rStore.SetLogMessage(m_nModel, l_sText);
+    m_rStore.SetLogMessage(m_nModel, p_sLine);
+    Publish(true);
   } catch (const std::exception&) {
     // Out of memory for the copies: the state above is what counts.
   }
   m_cWake.notify_all();
-  return l_sText;
 }
 
 void SteeringRunner::Work(std::unique_ptr<SteeringStep> p_pcStep) {
@@ -650,11 +656,13 @@ void SteeringRunner::Work(std::unique_ptr<SteeringStep> p_pcStep) {
             *p_pcStep, wxT("the run's summary")))
       l_sEndProblem = p_pcStep->m_sFailure;
   }
-  const wxString l_sText = Finish(l_nState, l_sFailure, l_sSummary);
-  // Logged with no lock held: off the main thread, LOG may wait for the
-  // main thread's GUI lock.
+  // Logged before the end is published, so that whoever sees the run ended
+  // finds its line in the server's log; and with no lock held: off the
+  // main thread, LOG may wait for the main thread's GUI lock.
+  const wxString l_sText = EndLine(l_nState, l_sFailure, l_sSummary);
   LogText(l_nState == SIMULATOR_FAILED ? 1 : 3, l_sText);
   if (!l_sEndProblem.empty()) LogText(2, Prefix() + l_sEndProblem);
+  Finish(l_nState, l_sText);
 }
 
 }  // namespace quor
