@@ -3,9 +3,12 @@
 #include <wx/init.h>
 #include <wx/log.h>
 #include <wx/socket.h>
+#include <pthread.h>
+#include <stdlib.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdio>
 #include <condition_variable>
 #include <exception>
 #include <memory>
@@ -87,6 +90,20 @@ class PythonLog : public wxLog {
 std::mutex g_cRuntimeMutex;  // g_pcRuntime
 Runtime* g_pcRuntime = NULL;
 
+// A process forked from one that runs the runtime thread has none of that
+// process's other threads, and the locks they held at the fork stay locked
+// in it. wxWidgets' static objects, destroyed when such a child exits, may
+// find one of them taken and crash reporting it. A forked child therefore
+// ends as multiprocessing's children do: once the interpreter has finalised
+// and exit() is called, with _exit and the same status, without the C++
+// destructors of what existed before the fork.
+void EndForkedChild(int p_nStatus, void*) {
+  std::fflush(NULL);
+  ::_exit(p_nStatus);
+}
+
+void InForkedChild() { ::on_exit(&EndForkedChild, NULL); }
+
 }  // namespace
 
 struct Runtime::State {
@@ -125,6 +142,7 @@ Runtime& Runtime::Get(bool p_bNeedLoop) {
     WithoutGil l_cNoGil;  // the runtime thread may want it while it starts
     std::lock_guard<std::mutex> l_cLock(g_cRuntimeMutex);
     if (g_pcRuntime == NULL) {
+      ::pthread_atfork(NULL, NULL, &InForkedChild);
       g_pcRuntime = new Runtime;  // lives as long as the process
       State& l_rState = *g_pcRuntime->m_pcState;
       std::unique_lock<std::mutex> l_cStateLock(l_rState.m_cMutex);

@@ -322,6 +322,37 @@ def test_clients_work_in_a_forked_child_and_serving_there_is_refused(tmp_path):
     assert "child: quor cannot serve a simulation in a process forked" in out
 
 
+# A C exit handler registered before the fork aborts the process that
+# runs it: the parent leaves with os._exit, so only the child could.
+FORKED_EXIT = '''
+import ctypes, os, sys, quor
+net = quor.Net("decay", places={"X": 1.0}, interval=(0, 10, 1))
+server = quor.serve(lambda t, t_next, m, p: m, net)
+libc = ctypes.CDLL("libc.so.6")
+libc.on_exit(ctypes.cast(libc.abort, ctypes.c_void_p), None)
+child = os.fork()
+if child == 0:
+    print("child: leaving")  # flushed when the interpreter finalises
+    sys.exit(3)
+print("parent: child", os.waitpid(child, 0)[1], flush=True)
+os._exit(0)
+'''
+
+
+def test_a_forked_child_ends_with_its_status_without_what_was_registered_before_the_fork(
+        tmp_path):
+    # The child's C++ static objects and exit handlers from before the fork
+    # may find locks that threads of the parent held: the child ends with
+    # _exit once the interpreter has finalised.
+    script = tmp_path / "forked_exit.py"
+    script.write_text(FORKED_EXIT)
+    with python_program(script) as program:
+        assert program.wait() == 0, "".join(program.err)
+    out = "".join(program.out)
+    assert "child: leaving" in out
+    assert "parent: child %d" % (3 << 8) in out, out
+
+
 def test_a_server_let_go_of_while_it_logs_a_connection_stops():
     # The line of an accepted connection is handed to Python from within the
     # server's own accept event: the last reference to the server goes
