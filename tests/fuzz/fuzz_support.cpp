@@ -387,18 +387,21 @@ Listener& Listener::Get() {
   return *s_pcListener;
 }
 
-Listener::Listener() : m_nFd(-1), m_nPort(0) {
-  m_nFd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in l_cAddress;
-  std::memset(&l_cAddress, 0, sizeof(l_cAddress));
-  l_cAddress.sin_family = AF_INET;
-  l_cAddress.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t l_nLength = sizeof(l_cAddress);
-  if (m_nFd < 0 || ::bind(m_nFd, reinterpret_cast<sockaddr*>(&l_cAddress), l_nLength) != 0 ||
-      ::listen(m_nFd, 64) != 0 ||
-      ::getsockname(m_nFd, reinterpret_cast<sockaddr*>(&l_cAddress), &l_nLength) != 0)
-    Fail("cannot listen on the loopback interface: %s", std::strerror(errno));
-  m_nPort = ntohs(l_cAddress.sin_port);
+Listener::Listener() {
+  for (size_t i = 0; i < SOCKETS; ++i) {
+    m_anFds[i] = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in l_cAddress;
+    std::memset(&l_cAddress, 0, sizeof(l_cAddress));
+    l_cAddress.sin_family = AF_INET;
+    l_cAddress.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t l_nLength = sizeof(l_cAddress);
+    if (m_anFds[i] < 0 ||
+        ::bind(m_anFds[i], reinterpret_cast<sockaddr*>(&l_cAddress), l_nLength) != 0 ||
+        ::listen(m_anFds[i], 64) != 0 ||
+        ::getsockname(m_anFds[i], reinterpret_cast<sockaddr*>(&l_cAddress), &l_nLength) != 0)
+      Fail("cannot listen on the loopback interface: %s", std::strerror(errno));
+    m_anPorts[i] = ntohs(l_cAddress.sin_port);
+  }
 }
 
 namespace {
@@ -417,10 +420,13 @@ void NoDelay(int p_nFd) {
 }  // namespace
 
 int Listener::Accept(int p_nMillis) {
-  pollfd l_cPoll = {m_nFd, POLLIN, 0};
+  const size_t l_nTurn = m_nTurn.load();
+  pollfd l_cPoll = {m_anFds[l_nTurn], POLLIN, 0};
   if (::poll(&l_cPoll, 1, p_nMillis) <= 0) return -1;
-  const int l_nFd = ::accept4(m_nFd, nullptr, nullptr, SOCK_CLOEXEC);
-  if (l_nFd >= 0) NoDelay(l_nFd);
+  const int l_nFd = ::accept4(m_anFds[l_nTurn], nullptr, nullptr, SOCK_CLOEXEC);
+  if (l_nFd < 0) return -1;
+  NoDelay(l_nFd);
+  m_nTurn.store((l_nTurn + 1) % SOCKETS);
   return l_nFd;
 }
 
@@ -436,7 +442,9 @@ Feed::Feed(const Bytes& p_aWire)
   // backlog takes it before it is accepted.
   m_pcSocket->Connect(l_cAddress, true);
   m_nPeer = Listener::Get().Accept(10000);
-  if (!m_pcSocket->IsConnected() || m_nPeer < 0) Fail("no loopback connection");
+  if (!m_pcSocket->IsConnected() || m_nPeer < 0)
+    Fail("no loopback connection (wxSocketError %d, accepted %d)",
+         static_cast<int>(m_pcSocket->LastError()), m_nPeer);
   NoDelay(static_cast<int>(m_pcSocket->GetSocket()));
   if (p_aWire.size() <= FEED_DIRECT_LIMIT) {
     size_t l_nSent = 0;

@@ -148,19 +148,27 @@ void AckAtOnce(int p_nFd);
 // p_nIdleMillis without any progress (and then Fail()s if p_bFailOnIdle).
 Bytes Converse(int p_nFd, const Bytes& p_aOut, int p_nIdleMillis, bool p_bFailOnIdle);
 
-// A loopback listener on 127.0.0.1 with a port of the system's choice, for
-// the whole process.
+// Listening sockets on 127.0.0.1 with ports of the system's choice, for
+// the whole process. They take turns, one connection each: the peer's end,
+// which ends its sending first, stays in TIME_WAIT for a minute after each
+// connection, and thousands of connections a second to one port would use
+// up the loopback's ephemeral ports (connecting then fails). REQUIRES: one
+// connection at a time (Port, then connect, then Accept).
 class Listener {
  public:
   static Listener& Get();
-  unsigned short Port() const { return m_nPort; }
-  // Waits (up to p_nMillis) for one connection; -1 if none came.
+  // The port of the listening socket whose turn it is.
+  unsigned short Port() const { return m_anPorts[m_nTurn.load()]; }
+  // Waits (up to p_nMillis) for one connection on the socket whose turn it
+  // is; -1 if none came. A connection accepted passes the turn on.
   int Accept(int p_nMillis);
 
  private:
+  static constexpr size_t SOCKETS = 64;
   Listener();
-  int m_nFd;
-  unsigned short m_nPort;
+  int m_anFds[SOCKETS];
+  unsigned short m_anPorts[SOCKETS];
+  std::atomic<size_t> m_nTurn{0};
 };
 
 // A blocking wxSocketClient (wait-all, SOCKET_TIMEOUT_SECONDS) for the library
@@ -257,6 +265,7 @@ class Reception {
 quor::SteeringServer& LoopbackServer();
 // A connected descriptor (TCP_NODELAY) to 127.0.0.1 and the port.
 int ConnectLoopback(unsigned short p_nPort);
+
 
 // What a receiver holds after reading a peer's bytes must be something the
 // library can pack again: PackValue writes exactly GetPackungSize() bytes
