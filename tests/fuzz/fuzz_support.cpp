@@ -434,14 +434,25 @@ Feed::Feed(const Bytes& p_aWire)
     : m_pcSocket(new wxSocketClient(wxSOCKET_WAITALL | wxSOCKET_BLOCK)),
       m_nPeer(-1),
       m_bFinished(false) {
-  m_pcSocket->SetTimeout(SOCKET_TIMEOUT_SECONDS);
-  wxIPV4address l_cAddress;
-  l_cAddress.Hostname(wxT("127.0.0.1"));
-  l_cAddress.Service(Listener::Get().Port());
   // A blocking connect on loopback completes at once: the listener's
-  // backlog takes it before it is accepted.
-  m_pcSocket->Connect(l_cAddress, true);
-  m_nPeer = Listener::Get().Accept(10000);
+  // backlog takes it before it is accepted. wxWidgets reports an I/O error
+  // when a signal (libFuzzer's timer) interrupts its wait for the
+  // connection, although the connection was made: the feed then tries
+  // again with a fresh socket.
+  for (int l_nTry = 0; l_nTry < 10; ++l_nTry) {
+    if (l_nTry > 0) {
+      if (m_nPeer >= 0) ::close(m_nPeer);
+      delete m_pcSocket;
+      m_pcSocket = new wxSocketClient(wxSOCKET_WAITALL | wxSOCKET_BLOCK);
+    }
+    m_pcSocket->SetTimeout(SOCKET_TIMEOUT_SECONDS);
+    wxIPV4address l_cAddress;
+    l_cAddress.Hostname(wxT("127.0.0.1"));
+    l_cAddress.Service(Listener::Get().Port());
+    m_pcSocket->Connect(l_cAddress, true);
+    m_nPeer = Listener::Get().Accept(10000);
+    if (m_pcSocket->IsConnected() && m_nPeer >= 0) break;
+  }
   if (!m_pcSocket->IsConnected() || m_nPeer < 0)
     Fail("no loopback connection (wxSocketError %d, accepted %d)",
          static_cast<int>(m_pcSocket->LastError()), m_nPeer);
