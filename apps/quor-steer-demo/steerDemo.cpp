@@ -43,17 +43,6 @@ std::string Format(const char* p_sFormat, double p_dValue) {
 
 std::string Number(double p_dValue) { return Format("%.6g", p_dValue); }
 
-// A CSV field: quoted when it holds a separator, a quote or a line break.
-std::string CsvField(const std::string& p_sText) {
-  if (p_sText.find_first_of(",\"\r\n") == std::string::npos) return p_sText;
-  std::string l_sQuoted = "\"";
-  for (char l_c : p_sText) {
-    if (l_c == '"') l_sQuoted += '"';
-    l_sQuoted += l_c;
-  }
-  return l_sQuoted + "\"";
-}
-
 class Demo {
  public:
   Demo(const DemoOptions& p_rOptions, std::ostream& p_rOut, std::ostream& p_rErr)
@@ -339,7 +328,7 @@ class Demo {
     std::ofstream l_cFile(m_rOptions.csv.c_str(), std::ios::out | std::ios::trunc);
     if (!l_cFile) return Fail("cannot write " + m_rOptions.csv);
     l_cFile << "time";
-    for (const std::string& l_sPlace : m_asPlaces) l_cFile << "," << CsvField(l_sPlace);
+    for (const std::string& l_sPlace : m_asPlaces) l_cFile << "," << app::CsvField(l_sPlace);
     l_cFile << "\n";
     for (std::size_t l_nPoint = 0; l_nPoint < m_nPoints; ++l_nPoint) {
       l_cFile << Format("%.10g", TimeOf(l_nPoint));

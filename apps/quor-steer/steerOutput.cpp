@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "quorapp/text.h"
+
 namespace quor {
 namespace steer {
 
@@ -79,17 +81,6 @@ std::size_t Series::Points() const {
 
 namespace {
 
-// A CSV field: quoted when it holds a separator, a quote or a line break.
-std::string CsvField(const std::string& p_sText) {
-  if (p_sText.find_first_of(",\"\r\n") == std::string::npos) return p_sText;
-  std::string l_sQuoted = "\"";
-  for (char l_c : p_sText) {
-    if (l_c == '"') l_sQuoted += '"';
-    l_sQuoted += l_c;
-  }
-  return l_sQuoted + "\"";
-}
-
 // A TSV field cannot hold a tab or a line break: they become blanks.
 std::string TsvField(std::string p_sText) {
   std::replace_if(p_sText.begin(), p_sText.end(),
@@ -133,7 +124,7 @@ void WriteSeries(std::ostream& p_rOut, const Series& p_rSeries, SeriesFormat p_e
   for (const std::vector<std::string>& l_asRow : l_aasRows) {
     for (std::size_t i = 0; i < l_asRow.size(); ++i) {
       if (i > 0) p_rOut << (l_bCsv ? ',' : '\t');
-      p_rOut << (l_bCsv ? CsvField(l_asRow[i]) : TsvField(l_asRow[i]));
+      p_rOut << (l_bCsv ? app::CsvField(l_asRow[i]) : TsvField(l_asRow[i]));
     }
     p_rOut << '\n';
   }

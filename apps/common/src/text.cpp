@@ -13,5 +13,15 @@ std::string ToStd(const wxString& p_sText) {
   return std::string(l_cUtf8.data(), l_cUtf8.length());
 }
 
+std::string CsvField(const std::string& p_sText) {
+  if (p_sText.find_first_of(",\"\r\n") == std::string::npos) return p_sText;
+  std::string l_sQuoted = "\"";
+  for (char l_c : p_sText) {
+    if (l_c == '"') l_sQuoted += '"';
+    l_sQuoted += l_c;
+  }
+  return l_sQuoted + "\"";
+}
+
 }  // namespace app
 }  // namespace quor

@@ -15,6 +15,8 @@ namespace app {
 wxString FromStd(const std::string& p_sText);
 // A wxString as UTF-8 text.
 std::string ToStd(const wxString& p_sText);
+// A CSV field: quoted when it holds a separator, a quote or a line break.
+std::string CsvField(const std::string& p_sText);
 
 }  // namespace app
 }  // namespace quor
