@@ -17,11 +17,18 @@ if(MPI_CXX_FOUND AND MPIEXEC_EXECUTABLE)
     PRIVATE quor_warnings)
   set_target_properties(QUOR_SteeringMPI PROPERTIES
     VERSION ${PROJECT_VERSION}
-    SOVERSION ${PROJECT_VERSION_MAJOR})
+    SOVERSION ${PROJECT_VERSION_MAJOR}
+    EXPORT_NAME SteeringMPI
+    # Installed, it finds libQUOR_SteeringAPI next to it, in any prefix (a
+    # program's run path does not reach the libraries its libraries need).
+    INSTALL_RPATH "$ORIGIN")
   # Installed with the programs (quor-simd links it), so that the core
-  # library's package does not pull in Open MPI.
-  install(TARGETS QUOR_SteeringMPI
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT tools NAMELINK_SKIP)
+  # library's package does not pull in Open MPI; so is its part of the CMake
+  # package, which find_package(QUORSteering ... COMPONENTS MPI) loads.
+  install(TARGETS QUOR_SteeringMPI EXPORT QUORSteeringMPITargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT tools)
+  install(EXPORT QUORSteeringMPITargets NAMESPACE quor::
+    DESTINATION ${QUOR_CMAKE_INSTALL_DIR} COMPONENT tools)
   message(STATUS "MPI found: quor::SteeringMPI and the MPI mode of quor-simd are built")
 else()
   message(STATUS "MPI not found: no quor::SteeringMPI (install libopenmpi-dev openmpi-bin)")
