@@ -55,9 +55,10 @@ class QUOR_API SteeringClient : public SteeringCMD {
 
   // Connects to the stored host and service (without waiting, the
   // connection may take up to the timeout) and checks the server's version.
-  // 1 when connected to a server of this protocol version; FAILURE when no
-  // connection came up; VERSION_MISMATCH (-2) after logging the mismatch and
-  // closing the socket.
+  // A signal that interrupts the connect does not fail it: it is made again
+  // within the timeout. 1 when connected to a server of this protocol
+  // version; FAILURE when no connection came up; VERSION_MISMATCH (-2) after
+  // logging the mismatch and closing the socket.
   unsigned int ConnectToServer(const bool& p_bWait);
   // Stores the service and the host first.
   unsigned int ConnectToServer(const wxString& p_sHost, const wxString& p_sService,

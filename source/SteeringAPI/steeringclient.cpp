@@ -10,6 +10,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 
+#include <cerrno>
 #include <chrono>
 
 namespace quor {
@@ -66,10 +67,19 @@ unsigned int SteeringClient::ConnectToServer(const bool& p_bWait) {
   wxIPV4address l_cAddress;
   l_cAddress.Hostname(m_sHost);
   l_cAddress.Service(m_sService);
+  // A signal that interrupts the wait for the connection (a program's
+  // timer, a child process that ends) fails the connect with EINTR, and
+  // wxWidgets gives up that connection, although the kernel would go on
+  // making it: such a connect is made again, within the timeout.
+  bool l_bConnected = false;
+  for (;;) {
+    errno = 0;
+    l_bConnected = l_pcSocket->Connect(l_cAddress, p_bWait);
+    if (l_bConnected || errno != EINTR || SteeringDeadline::Clock::now() >= l_cEnd) break;
+  }
   // Without waiting, a connection still under way is waited for (up to the
   // timeout); one that was refused at once has nothing to wait for.
-  if (!l_pcSocket->Connect(l_cAddress, p_bWait) && !p_bWait &&
-      l_pcSocket->LastError() == wxSOCKET_WOULDBLOCK) {
+  if (!l_bConnected && !p_bWait && l_pcSocket->LastError() == wxSOCKET_WOULDBLOCK) {
     l_pcSocket->WaitOnConnect(m_nTimeout, 0);
   }
   if (!l_pcSocket->IsConnected()) return FAILURE;
