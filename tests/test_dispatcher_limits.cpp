@@ -222,6 +222,11 @@ TEST(DispatcherLimits, AWorkerThreadThatCannotBeStartedRefusesOneConnectionAndTh
   l_cLimits.m_nThreads = 4;
   // LeakSanitizer needs a thread of its own when the child exits.
   ServerProcess l_cServer({}, l_cLimits, "detect_leaks=0");
+  // 127: the server or its library could not be loaded as that user.
+  if (l_cServer.Port() == 0 && l_cServer.Stop() == 127)
+    GTEST_SKIP() << "a user other than root cannot run the test server from where it was built "
+                    "(below a folder only root may enter, such as /root); build below a folder "
+                    "every user may enter to run this test";
   ASSERT_NE(l_cServer.Port(), 0u);
   std::unique_ptr<RawPeer> l_pcFirst = ServedClient(l_cServer.Port());
   std::unique_ptr<RawPeer> l_pcSecond = ServedClient(l_cServer.Port());

@@ -421,12 +421,16 @@ void NoDelay(int p_nFd) {
 
 int Listener::Accept(int p_nMillis) {
   const size_t l_nTurn = m_nTurn.load();
-  pollfd l_cPoll = {m_anFds[l_nTurn], POLLIN, 0};
+  const int l_nFd = AcceptOn(l_nTurn, p_nMillis);
+  if (l_nFd >= 0) m_nTurn.store((l_nTurn + 1) % SOCKETS);
+  return l_nFd;
+}
+
+int Listener::AcceptOn(size_t p_nSocket, int p_nMillis) {
+  pollfd l_cPoll = {m_anFds[p_nSocket], POLLIN, 0};
   if (::poll(&l_cPoll, 1, p_nMillis) <= 0) return -1;
-  const int l_nFd = ::accept4(m_anFds[l_nTurn], nullptr, nullptr, SOCK_CLOEXEC);
-  if (l_nFd < 0) return -1;
-  NoDelay(l_nFd);
-  m_nTurn.store((l_nTurn + 1) % SOCKETS);
+  const int l_nFd = ::accept4(m_anFds[p_nSocket], nullptr, nullptr, SOCK_CLOEXEC);
+  if (l_nFd >= 0) NoDelay(l_nFd);
   return l_nFd;
 }
 
@@ -538,14 +542,23 @@ int ConnectLoopback(unsigned short p_nPort) {
 ScriptedServer::ScriptedServer(const Bytes& p_aWire) : m_bFinished(false) {
   Listener::Get();
   m_cThread = std::thread([this, p_aWire] {
-    const int l_nFd = Listener::Get().Accept(10000);
-    if (l_nFd < 0) return;
+    Listener& l_rListener = Listener::Get();
+    const size_t l_nSocket = l_rListener.Turn();
+    int l_nFd = l_rListener.Accept(10000);
     const uint32_t l_nVersion = STEERING_PROTOCOL_VERSION;
     Bytes l_aOut(4);
     std::memcpy(l_aOut.data(), &l_nVersion, 4);
     l_aOut.insert(l_aOut.end(), p_aWire.begin(), p_aWire.end());
-    m_aFromClient = Converse(l_nFd, l_aOut, 60000, true);
-    ::close(l_nFd);
+    while (l_nFd >= 0) {
+      m_aFromClient = Converse(l_nFd, l_aOut, 60000, true);
+      ::close(l_nFd);
+      // A client acknowledges the version first. A connection on which it
+      // sent nothing at all is one it gave up unread: a signal interrupted
+      // its connect, and it connects again to the same port. That next
+      // connection is the one served.
+      if (!m_aFromClient.empty()) break;
+      l_nFd = l_rListener.AcceptOn(l_nSocket, 1000);
+    }
   });
 }
 

@@ -157,11 +157,14 @@ Bytes Converse(int p_nFd, const Bytes& p_aOut, int p_nIdleMillis, bool p_bFailOn
 class Listener {
  public:
   static Listener& Get();
-  // The port of the listening socket whose turn it is.
+  // The listening socket whose turn it is, and its port.
+  size_t Turn() const { return m_nTurn.load(); }
   unsigned short Port() const { return m_anPorts[m_nTurn.load()]; }
   // Waits (up to p_nMillis) for one connection on the socket whose turn it
   // is; -1 if none came. A connection accepted passes the turn on.
   int Accept(int p_nMillis);
+  // The same on socket p_nSocket, leaving the turn where it is.
+  int AcceptOn(size_t p_nSocket, int p_nMillis);
 
  private:
   static constexpr size_t SOCKETS = 64;
