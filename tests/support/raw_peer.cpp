@@ -165,7 +165,7 @@ bool RawPeer::WaitForClose(int p_nMillis) {
 }
 
 namespace {
-int ListenLoopback(unsigned short* p_pnPort) {
+int ListenLoopback(int p_nBacklog, unsigned short* p_pnPort) {
   int l_nFd = ::socket(AF_INET, SOCK_STREAM, 0);
   if (l_nFd < 0) throw std::runtime_error("socket() failed");
   sockaddr_in l_cAddr{};
@@ -173,7 +173,7 @@ int ListenLoopback(unsigned short* p_pnPort) {
   l_cAddr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   l_cAddr.sin_port = 0;
   if (::bind(l_nFd, reinterpret_cast<sockaddr*>(&l_cAddr), sizeof(l_cAddr)) != 0 ||
-      ::listen(l_nFd, 16) != 0) {
+      ::listen(l_nFd, p_nBacklog) != 0) {
     ::close(l_nFd);
     throw std::runtime_error("bind/listen on loopback failed");
   }
@@ -190,7 +190,7 @@ int AcceptWithin(int p_nListenFd, int p_nMillis) {
 }
 }  // namespace
 
-RawListener::RawListener() { m_nFd = ListenLoopback(&m_nPort); }
+RawListener::RawListener(int p_nBacklog) { m_nFd = ListenLoopback(p_nBacklog, &m_nPort); }
 
 RawListener::~RawListener() {
   if (m_nFd >= 0) ::close(m_nFd);

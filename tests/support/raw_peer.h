@@ -128,7 +128,9 @@ class LoopbackPair {
 // which a library client connects to a scripted server.
 class RawListener {
  public:
-  RawListener();
+  // p_nBacklog: the connections the kernel holds before they are accepted
+  // (with 0 it holds one and drops the next one's SYN until there is room).
+  explicit RawListener(int p_nBacklog = 16);
   ~RawListener();
   unsigned short Port() const { return m_nPort; }
   // Waits for one connection; nullptr after the timeout.
