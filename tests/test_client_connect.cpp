@@ -212,7 +212,7 @@ TEST(ClientConnect, ASignalWhileTheConnectionIsUnderWayDoesNotFailIt) {
     std::unique_ptr<RawPeer> l_pcFiller = ConnectRaw(l_cListener.Port());
     ASSERT_NE(l_pcFiller, nullptr);
     const pthread_t l_nClientThread = ::pthread_self();
-    bool l_bAcknowledged = false;
+    Bytes l_aFromClient;
     std::thread l_cServer([&] {
       // Signals while the client waits for its connection.
       for (int i = 0; i < 4; ++i) {
@@ -222,8 +222,9 @@ TEST(ClientConnect, ASignalWhileTheConnectionIsUnderWayDoesNotFailIt) {
       l_cListener.Accept();  // the filler: room in the queue
       std::unique_ptr<RawPeer> l_pcPeer = l_cListener.Accept();
       if (!l_pcPeer) return;
-      l_bAcknowledged = l_pcPeer->SendValue<uint32_t>(STEERING_PROTOCOL_VERSION);
+      l_pcPeer->SendValue<uint32_t>(STEERING_PROTOCOL_VERSION);
       l_pcPeer->WaitForClose(10000);
+      l_aFromClient = l_pcPeer->Received();
     });
     {
       SteeringClient l_cClient(wxT("127.0.0.1"), wxString::Format(wxT("%u"), l_cListener.Port()));
@@ -233,7 +234,7 @@ TEST(ClientConnect, ASignalWhileTheConnectionIsUnderWayDoesNotFailIt) {
     }
     l_cServer.join();
     // The version arrived and was acknowledged.
-    EXPECT_TRUE(l_bAcknowledged);
+    EXPECT_EQ(l_aFromClient, Bytes{0x61});
   }
   ::sigaction(SIGUSR1, &l_cOld, nullptr);
 }
